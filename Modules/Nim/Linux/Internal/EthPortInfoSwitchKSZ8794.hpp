@@ -1,0 +1,35 @@
+#pragma once
+
+#include "Modules/Nim/Linux/Internal/IEthPortInfo.hpp"
+
+#include <Zel/Hardware/Commons/Modules/ModuleSettings.hpp>
+#include <Zel/System/Commons/Logging/Loggable.hpp>
+
+namespace Zel::Hardware::Modules::Nim::Linux::Internal {
+
+// A port of a KSZ8794 switch read through its driver's per-port speed and
+// duplex files ("path.{device}.{port}.speed" and ".duplex").
+class EthPortInfoSwitchKSZ8794
+    : public IEthPortInfo,
+      private Zel::System::Commons::Logging::Loggable<EthPortInfoSwitchKSZ8794, false, false> {
+public:
+    EthPortInfoSwitchKSZ8794(unsigned int deviceIndex, unsigned int portIndex,
+                             const Zel::Hardware::Commons::Modules::ModuleSettings& settings);
+    ~EthPortInfoSwitchKSZ8794() override;
+    EthPortInfoSwitchKSZ8794(const EthPortInfoSwitchKSZ8794&) = delete;
+    EthPortInfoSwitchKSZ8794& operator=(const EthPortInfoSwitchKSZ8794&) = delete;
+
+    LinkState GetPortLinkState() const override;
+    LinkSpeed GetPortLinkSpeed() const override;
+    LinkDuplex GetPortLinkDuplex() const override;
+
+private:
+    unsigned int deviceIndex;
+    unsigned int portIndex;
+    BasicString speedFilePath;
+    BasicString duplexFilePath;
+    int fdSpeed = -1;
+    int fdDuplex = -1;
+};
+
+} // namespace Zel::Hardware::Modules::Nim::Linux::Internal

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "Modules/Nim/Linux/Internal/IEthPortInfo.hpp"
+
+#include <Zel/Hardware/Commons/Modules/ModuleSettings.hpp>
+#include <Zel/System/Commons/Logging/Loggable.hpp>
+
+namespace Zel::Hardware::Modules::Nim::Linux::Internal {
+
+// A port (1 or 2) of a KSZ8794 switch whose status registers are read over
+// spidev ("path.{device}.spi"). All objects of the class share one SPI
+// descriptor; the first destructor closes it for all.
+class EthPortInfoSwitchKSZ8794spi
+    : public IEthPortInfo,
+      private Zel::System::Commons::Logging::Loggable<EthPortInfoSwitchKSZ8794spi, false, false> {
+public:
+    EthPortInfoSwitchKSZ8794spi(unsigned int deviceIndex, unsigned int portIndex,
+                                const Zel::Hardware::Commons::Modules::ModuleSettings& settings);
+    ~EthPortInfoSwitchKSZ8794spi() override;
+    EthPortInfoSwitchKSZ8794spi(const EthPortInfoSwitchKSZ8794spi&) = delete;
+    EthPortInfoSwitchKSZ8794spi& operator=(const EthPortInfoSwitchKSZ8794spi&) = delete;
+
+    LinkState GetPortLinkState() const override;
+    LinkSpeed GetPortLinkSpeed() const override;
+    LinkDuplex GetPortLinkDuplex() const override;
+
+    bool ReadRegister(unsigned char reg, unsigned char& value) const;
+
+    static int fdSpi;
+
+private:
+    unsigned char regMode = 0;
+    unsigned char regLink = 0;
+};
+
+} // namespace Zel::Hardware::Modules::Nim::Linux::Internal

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "Modules/Commons/Linux/GpioAccess.hpp"
+#include "Modules/Nim/Linux/Internal/IEthPortInfo.hpp"
+
+#include <Zel/Hardware/Commons/Modules/ModuleSettings.hpp>
+#include <Zel/System/Commons/Logging/Loggable.hpp>
+
+namespace Zel::Hardware::Modules::Nim::Linux::Internal {
+
+// A port (1 or 2) of a KSZ8863 switch: link from a GPIO line
+// ("path.{device}.{port}.link"), speed and duplex from the port's status
+// register over spidev ("path.{device}.spi"). All objects of the class share
+// one SPI descriptor; the first destructor closes it for all.
+class EthPortInfoSwitchKSZ8863gpio
+    : public IEthPortInfo,
+      private Zel::System::Commons::Logging::Loggable<EthPortInfoSwitchKSZ8863gpio, false, false> {
+public:
+    EthPortInfoSwitchKSZ8863gpio(unsigned int deviceIndex, unsigned int portIndex,
+                                 const Zel::Hardware::Commons::Modules::ModuleSettings& settings);
+    ~EthPortInfoSwitchKSZ8863gpio() override;
+    EthPortInfoSwitchKSZ8863gpio(const EthPortInfoSwitchKSZ8863gpio&) = delete;
+    EthPortInfoSwitchKSZ8863gpio& operator=(const EthPortInfoSwitchKSZ8863gpio&) = delete;
+
+    LinkState GetPortLinkState() const override;
+    LinkSpeed GetPortLinkSpeed() const override;
+    LinkDuplex GetPortLinkDuplex() const override;
+
+    bool ReadRegister(unsigned char reg, unsigned char& value) const;
+
+    static int fdSpi;
+
+private:
+    Zel::Hardware::Modules::Commons::Linux::GpioAccess gpioAccess;
+    BasicString linkGpioPath;
+    int fdLinkGpio = -1;
+    unsigned char regStatus = 0;
+};
+
+} // namespace Zel::Hardware::Modules::Nim::Linux::Internal

@@ -1,0 +1,41 @@
+#include "Modules/Nim/Linux/ModuleLibrary.hpp"
+
+#include <memory>
+
+namespace Zel::Hardware::Modules::Nim::Linux {
+
+using Zel::Hardware::Commons::Modules::IHardwareModule;
+
+namespace {
+
+// Factories: no arguments, no captured state; each builds its module in its
+// initial state.
+template <typename Module>
+std::unique_ptr<IHardwareModule> CreateModule()
+{
+    return std::unique_ptr<IHardwareModule>(new Module());
+}
+
+} // namespace
+
+ModuleLibrary::ModuleLibrary(Zel::System::Commons::AppDomain& appDomain) : HardwareModuleLibraryBase(appDomain)
+{
+    // Factories, in registration order (each module adds its line here):
+    // 1. EthernetInfoModule
+    // 2. IpConfigModule
+    // 3. IpStatusModule
+    // 4. NetworkComponentRegistrationModule
+}
+
+ModuleLibrary::~ModuleLibrary() = default;
+
+} // namespace Zel::Hardware::Modules::Nim::Linux
+
+extern "C" Zel::Hardware::Commons::Modules::HardwareModuleLibraryBase*
+CreateHardwareModuleLibrary(Zel::System::Commons::AppDomain& appDomain)
+{
+    // Built once under the language's thread-safe guard; a constructor that
+    // throws releases the guard, so a later call tries again.
+    static Zel::Hardware::Modules::Nim::Linux::ModuleLibrary library(appDomain);
+    return &library;
+}

@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+# Installs everything the project needs from Debian's packages. Idempotent:
+# packages already present are skipped, and the package lists are refreshed
+# at most once per run.
+set -euo pipefail
+
+packages=(
+  build-essential cmake ninja-build pkg-config git
+  libfmt-dev libgtest-dev libgmock-dev googletest libbenchmark-dev
+  libtomlplusplus-dev libcli11-dev nlohmann-json3-dev
+  clang libclang-rt-14-dev
+  g++-arm-linux-gnueabihf qemu-user
+  iproute2 util-linux procps ethtool
+  dpkg-dev file binutils
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed'; then
+    missing+=("$p")
+  fi
+done
+
+if [ "${#missing[@]}" -eq 0 ]; then
+  exit 0
+fi
+
+SUDO=""
+if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
+export DEBIAN_FRONTEND=noninteractive
+echo "setup: installing ${missing[*]}" >&2
+$SUDO apt-get update -qq
+$SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
