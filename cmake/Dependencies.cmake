@@ -1,7 +1,9 @@
 # fmt: the shared library natively; header-only for the cross build, whose
 # compiler must not see the host's /usr/include as a whole.
 if(CMAKE_CROSSCOMPILING)
-  include(CrossHeaders)
+  # The toolchain file links fmt, toml++, CLI11 and nlohmann-json from the
+  # host's /usr/include into one directory that the cross compiler may see.
+  set(ZEL_CROSS_HEADERS_DIR ${ZEL_ARMHF_HEADER_ONLY_INCLUDE_DIR})
   add_library(zel_fmt INTERFACE)
   target_compile_definitions(zel_fmt INTERFACE FMT_HEADER_ONLY=1)
   target_include_directories(zel_fmt SYSTEM INTERFACE ${ZEL_CROSS_HEADERS_DIR})
