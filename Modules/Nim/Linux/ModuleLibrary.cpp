@@ -1,5 +1,7 @@
 #include "Modules/Nim/Linux/ModuleLibrary.hpp"
 
+#include "Modules/Nim/Linux/EthernetInfoModule.hpp"
+
 #include <memory>
 
 namespace Zel::Hardware::Modules::Nim::Linux {
@@ -22,6 +24,7 @@ ModuleLibrary::ModuleLibrary(Zel::System::Commons::AppDomain& appDomain) : Hardw
 {
     // Factories, in registration order (each module adds its line here):
     // 1. EthernetInfoModule
+    AddFactoryFunction(EthernetInfoModule::moduleName, &Linux::CreateModule<EthernetInfoModule>);
     // 2. IpConfigModule
     // 3. IpStatusModule
     // 4. NetworkComponentRegistrationModule
