@@ -1,6 +1,8 @@
 #include "Modules/Nim/Linux/ModuleLibrary.hpp"
 
 #include "Modules/Nim/Linux/EthernetInfoModule.hpp"
+#include "Modules/Nim/Linux/IpStatusModule.hpp"
+#include "Modules/Nim/Linux/NetworkComponentRegistrationModule.hpp"
 
 #include <memory>
 
@@ -27,7 +29,10 @@ ModuleLibrary::ModuleLibrary(Zel::System::Commons::AppDomain& appDomain) : Hardw
     AddFactoryFunction(EthernetInfoModule::moduleName, &Linux::CreateModule<EthernetInfoModule>);
     // 2. IpConfigModule
     // 3. IpStatusModule
+    AddFactoryFunction(IpStatusModule::moduleName, &Linux::CreateModule<IpStatusModule>);
     // 4. NetworkComponentRegistrationModule
+    AddFactoryFunction(NetworkComponentRegistrationModule::moduleName,
+                       &Linux::CreateModule<NetworkComponentRegistrationModule>);
 }
 
 ModuleLibrary::~ModuleLibrary() = default;
