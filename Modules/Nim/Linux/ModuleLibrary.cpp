@@ -1,6 +1,7 @@
 #include "Modules/Nim/Linux/ModuleLibrary.hpp"
 
 #include "Modules/Nim/Linux/EthernetInfoModule.hpp"
+#include "Modules/Nim/Linux/IpConfigModule.hpp"
 #include "Modules/Nim/Linux/IpStatusModule.hpp"
 #include "Modules/Nim/Linux/NetworkComponentRegistrationModule.hpp"
 
@@ -28,6 +29,7 @@ ModuleLibrary::ModuleLibrary(Zel::System::Commons::AppDomain& appDomain) : Hardw
     // 1. EthernetInfoModule
     AddFactoryFunction(EthernetInfoModule::moduleName, &Linux::CreateModule<EthernetInfoModule>);
     // 2. IpConfigModule
+    AddFactoryFunction(IpConfigModule::moduleName, &Linux::CreateModule<IpConfigModule>);
     // 3. IpStatusModule
     AddFactoryFunction(IpStatusModule::moduleName, &Linux::CreateModule<IpStatusModule>);
     // 4. NetworkComponentRegistrationModule
