@@ -1,0 +1,58 @@
+#pragma once
+
+#include "HostSettings.hpp"
+#include "PluginHost.hpp"
+
+#include <Zel/Hardware/Nim/NimTypes.hpp>
+
+#include <ostream>
+#include <string>
+
+namespace Zel::Tools::Nimhost {
+
+// The commands of nimhost. Each writes its answer to `out` (human text, or
+// one JSON document when `json` is set) and returns the exit code; module
+// exceptions that end a command pass to main, which reports them.
+
+// Every device with its ports, live and configured IP settings; a failing
+// field shows in its cell.
+int RunReport(const PluginHost& host, const HostSettings& settings, bool json, std::ostream& out);
+
+// The kernel's current interface names, as the Ethernet module lists them.
+int RunInterfaces(const PluginHost& host, bool json, std::ostream& out);
+
+// One configured value of a device: field is address, netmask, gateway, dns
+// or mode.
+int RunIpGet(const PluginHost& host, unsigned int device, const std::string& field, bool json, std::ostream& out);
+
+// Writes one configured value; mode takes a method word. A result code other
+// than success is a failed operation (exit 1).
+int RunIpSet(const PluginHost& host, unsigned int device, const std::string& field, const std::string& value,
+             bool json, std::ostream& out);
+
+// The live address, netmask and gateway of a device.
+int RunStatus(const PluginHost& host, unsigned int device, bool json, std::ostream& out);
+
+struct WatchOptions {
+    unsigned int intervalMs = 500;
+    // Changes to report before ending; 0 runs until SIGINT or SIGTERM.
+    unsigned int count = 0;
+};
+
+// Prints every port's link once, then one line per change of link state,
+// speed or duplex.
+int RunWatch(const PluginHost& host, const WatchOptions& options, bool json, std::ostream& out);
+
+// The registered module names and the plug-in's file name.
+int RunModules(const PluginHost& host, bool json, std::ostream& out);
+
+// The settings in use, as a settings file (or JSON).
+int RunSettings(const HostSettings& settings, bool json, std::ostream& out);
+
+// The method words `ip set DEVICE mode` accepts, for messages.
+std::string MethodWordList();
+
+// The assignment method a word names; throws UsageError for any other text.
+Zel::Hardware::Nim::IpAssignMode ParseMethodWord(const std::string& word);
+
+} // namespace Zel::Tools::Nimhost

@@ -1,0 +1,341 @@
+#include "Commands.hpp"
+#include "ExitCode.hpp"
+#include "LinkText.hpp"
+#include "Outcome.hpp"
+#include "TextTable.hpp"
+
+#include <Zel/Hardware/Nim/Modules/IEthernetInfoModule.hpp>
+#include <Zel/Hardware/Nim/Modules/IIpConfigModule.hpp>
+#include <Zel/Hardware/Nim/Modules/IIpStatusModule.hpp>
+
+#include <arpa/inet.h>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <type_traits>
+#include <vector>
+
+namespace Zel::Tools::Nimhost {
+
+using namespace Zel::Hardware::Nim;
+using namespace Zel::Hardware::Nim::Modules;
+
+namespace {
+
+struct PortReport {
+    unsigned int port = 0;
+    Outcome<BasicString> publicName;
+    BasicString mode;
+    Outcome<LinkState> state;
+    Outcome<LinkSpeed> speed;
+    Outcome<LinkDuplex> duplex;
+};
+
+struct DeviceReport {
+    unsigned int device = 0;
+    Outcome<BasicString> publicName;
+    Outcome<BasicString> interfaceName;
+    Outcome<BasicString> macAddress;
+    Outcome<NetworkInterfaceType> type;
+    Outcome<unsigned int> portCount;
+    std::vector<PortReport> ports;
+    Outcome<BasicString> liveAddress;
+    Outcome<BasicString> liveNetmask;
+    Outcome<BasicString> liveGateway;
+    Outcome<BasicString> address;
+    Outcome<BasicString> netmask;
+    Outcome<BasicString> gateway;
+    Outcome<BasicString> nameServers;
+    Outcome<IpAssignMode> method;
+};
+
+// Asks every module about one device, in the order the report shows it.
+DeviceReport Collect(const PluginHost& host, const IEthernetInfoModule& ethernet, const HostSettings& settings,
+                     unsigned int device)
+{
+    DeviceReport report;
+    report.device = device;
+    report.publicName = Attempt([&] { return ethernet.GetPublicInterfaceName(device); });
+    report.interfaceName = Attempt([&] { return ethernet.GetInterfaceName(device); });
+    report.macAddress = Attempt([&] { return ethernet.GetMacAddress(device); });
+    report.type = Attempt([&] { return ethernet.GetInterfaceType(device); });
+    report.portCount = Attempt([&] { return ethernet.GetPortCount(device); });
+    const unsigned int portCount = report.portCount.value.value_or(0);
+    for (unsigned int port = 1; port <= portCount; ++port) {
+        PortReport portReport;
+        portReport.port = port;
+        portReport.publicName = Attempt([&] { return ethernet.GetPortPublicName(device, port); });
+        portReport.mode = settings.PortMode(device);
+        portReport.state = Attempt([&] { return ethernet.GetPortLinkState(device, port); });
+        portReport.speed = Attempt([&] { return ethernet.GetPortLinkSpeed(device, port); });
+        portReport.duplex = Attempt([&] { return ethernet.GetPortLinkDuplex(device, port); });
+        report.ports.push_back(std::move(portReport));
+    }
+
+    report.liveAddress = Attempt([&] { return host.Get<IIpStatusModule>().GetIpAddress(device); });
+    report.liveNetmask = Attempt([&] { return host.Get<IIpStatusModule>().GetSubnetMask(device); });
+    report.liveGateway = Attempt([&] { return host.Get<IIpStatusModule>().GetDefaultGateway(device); });
+
+    report.address = Attempt([&] { return host.Get<IIpConfigModule>().GetIpAddress(device); });
+    report.netmask = Attempt([&] { return host.Get<IIpConfigModule>().GetSubnetMask(device); });
+    report.gateway = Attempt([&] { return host.Get<IIpConfigModule>().GetDefaultGateway(device); });
+    report.nameServers = Attempt([&] { return host.Get<IIpConfigModule>().GetDnsNameservers(device); });
+    report.method = Attempt([&] { return host.Get<IIpConfigModule>().GetIpAssignMode(device); });
+    return report;
+}
+
+// ---- comparing configured and live values ----
+
+std::optional<std::uint32_t> ParseIpv4(const std::string& text)
+{
+    in_addr address{};
+    if (::inet_pton(AF_INET, text.c_str(), &address) != 1) {
+        return std::nullopt;
+    }
+    return ntohl(address.s_addr);
+}
+
+// The file may hold "192.168.1.10/24"; the kernel reports the address alone.
+std::optional<std::uint32_t> ParseConfiguredAddress(const std::string& text)
+{
+    return ParseIpv4(text.substr(0, text.find('/')));
+}
+
+// The file may hold a prefix length ("24") where a dotted mask is expected.
+std::optional<std::uint32_t> ParseConfiguredNetmask(const std::string& text)
+{
+    const bool digitsOnly = !text.empty() && text.size() <= 2 &&
+                            std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+    if (digitsOnly) {
+        const unsigned long prefix = std::stoul(text);
+        if (prefix <= 32U) {
+            return prefix == 0U ? 0U : static_cast<std::uint32_t>(0xFFFFFFFFULL << (32U - prefix));
+        }
+    }
+    return ParseIpv4(text);
+}
+
+using Parser = std::function<std::optional<std::uint32_t>(const std::string&)>;
+
+// Empty when either side could not be read: then there is nothing to compare.
+std::optional<bool> Differs(const Outcome<BasicString>& configured, const Outcome<BasicString>& live,
+                            const Parser& parseConfigured)
+{
+    if (!configured.Ok() || !live.Ok()) {
+        return std::nullopt;
+    }
+    const auto configuredValue = parseConfigured(*configured.value);
+    const auto liveValue = ParseIpv4(*live.value);
+    if (configuredValue && liveValue) {
+        return *configuredValue != *liveValue;
+    }
+    return *configured.value != *live.value;
+}
+
+struct Differences {
+    std::optional<bool> address;
+    std::optional<bool> netmask;
+    std::optional<bool> gateway;
+};
+
+Differences Compare(const DeviceReport& report)
+{
+    return {Differs(report.address, report.liveAddress, ParseConfiguredAddress),
+            Differs(report.netmask, report.liveNetmask, ParseConfiguredNetmask),
+            Differs(report.gateway, report.liveGateway, ParseIpv4)};
+}
+
+// ---- human text ----
+
+// Cells of one device block; failures become "error [n]" with the full
+// exception below the block, so the columns stay aligned.
+class Cells {
+public:
+    template <typename T, typename Describe>
+    std::string Text(const Outcome<T>& outcome, Describe describe)
+    {
+        if (outcome.Ok()) {
+            return describe(*outcome.value);
+        }
+        // The class name is enough here; --json carries the qualified name.
+        const std::size_t scope = outcome.errorType.rfind("::");
+        const std::string type =
+            scope == std::string::npos ? outcome.errorType : outcome.errorType.substr(scope + 2);
+        notes.push_back(outcome.errorMessage.empty() ? type : type + ": " + outcome.errorMessage);
+        return fmt::format("error [{}]", notes.size());
+    }
+
+    std::string Text(const Outcome<BasicString>& outcome)
+    {
+        return Text(outcome, [](const BasicString& text) { return std::string(text); });
+    }
+
+    std::string Notes(const std::string& indent) const
+    {
+        std::string text;
+        for (std::size_t i = 0; i < notes.size(); ++i) {
+            text += fmt::format("{}[{}] {}\n", indent, i + 1, notes[i]);
+        }
+        return text;
+    }
+
+private:
+    std::vector<std::string> notes;
+};
+
+std::string Marked(std::string text, const std::optional<bool>& differs, bool& anyMark)
+{
+    if (differs.value_or(false)) {
+        anyMark = true;
+        text += " *";
+    }
+    return text;
+}
+
+std::string RenderText(const PluginHost& host, const HostSettings& settings, const std::vector<DeviceReport>& devices)
+{
+    std::string text;
+    TextTable heading;
+    heading.AddRow({"Plug-in", host.GetFileName()});
+    heading.AddRow({"Settings", settings.DescribeOrigin()});
+    heading.AddRow({"Devices", std::to_string(devices.size())});
+    text += heading.Render();
+
+    bool anyMark = false;
+    for (const auto& device : devices) {
+        Cells cells;
+        text += fmt::format("\nDevice {}: {} ({}), MAC {}, type {}\n", device.device, cells.Text(device.publicName),
+                            cells.Text(device.interfaceName), cells.Text(device.macAddress),
+                            cells.Text(device.type, DescribeInterfaceType));
+        if (!device.portCount.Ok()) {
+            text += fmt::format("  Ports: {}\n", cells.Text(device.portCount, [](unsigned int n) {
+                                    return std::to_string(n);
+                                }));
+        } else if (device.ports.empty()) {
+            text += "  No ports.\n";
+        } else {
+            TextTable ports({"PORT", "PUBLIC NAME", "MODE", "LINK", "SPEED", "DUPLEX"});
+            for (const auto& port : device.ports) {
+                ports.AddRow({std::to_string(port.port), cells.Text(port.publicName), port.mode,
+                              cells.Text(port.state, DescribeLinkState), cells.Text(port.speed, DescribeLinkSpeed),
+                              cells.Text(port.duplex, DescribeLinkDuplex)});
+            }
+            text += ports.Render("  ");
+        }
+
+        const Differences differences = Compare(device);
+        TextTable ip({"IP", "LIVE", "CONFIGURED"});
+        ip.AddRow({"address", cells.Text(device.liveAddress),
+                   Marked(cells.Text(device.address), differences.address, anyMark)});
+        ip.AddRow({"netmask", cells.Text(device.liveNetmask),
+                   Marked(cells.Text(device.netmask), differences.netmask, anyMark)});
+        ip.AddRow({"gateway", cells.Text(device.liveGateway),
+                   Marked(cells.Text(device.gateway), differences.gateway, anyMark)});
+        ip.AddRow({"dns", "", cells.Text(device.nameServers)});
+        ip.AddRow({"method", "", cells.Text(device.method, DescribeAssignMode)});
+        text += ip.Render("  ");
+        text += cells.Notes("  ");
+    }
+    if (devices.empty()) {
+        text += "\nNo devices: the settings configure none, or the first configured interface does not exist\n"
+                "(`nimhost interfaces` lists the kernel's).\n";
+    }
+    if (anyMark) {
+        text += "\n* the configured value differs from the live one\n";
+    }
+    return text;
+}
+
+// ---- JSON ----
+
+template <typename T, typename Convert>
+nlohmann::ordered_json ToJson(const Outcome<T>& outcome, Convert convert)
+{
+    if (outcome.Ok()) {
+        return convert(*outcome.value);
+    }
+    return {{"error", {{"type", outcome.errorType}, {"message", outcome.errorMessage}}}};
+}
+
+nlohmann::ordered_json ToJson(const Outcome<BasicString>& outcome)
+{
+    return ToJson(outcome, [](const BasicString& text) { return nlohmann::ordered_json(std::string(text)); });
+}
+
+// Raw codes, as the framework receives them.
+template <typename E>
+nlohmann::ordered_json Code(E value)
+{
+    return static_cast<long long>(static_cast<std::underlying_type_t<E>>(value));
+}
+
+nlohmann::ordered_json ToJson(const std::optional<bool>& differs)
+{
+    return differs ? nlohmann::ordered_json(*differs) : nlohmann::ordered_json(nullptr);
+}
+
+nlohmann::ordered_json RenderJson(const PluginHost& host, const HostSettings& settings,
+                          const std::vector<DeviceReport>& devices)
+{
+    nlohmann::ordered_json document;
+    document["plugin"] = std::string(host.GetFileName());
+    document["settings"] = settings.GetPath().empty() ? nlohmann::ordered_json(nullptr) : nlohmann::ordered_json(settings.GetPath());
+    document["devices"] = nlohmann::ordered_json::array();
+    for (const auto& device : devices) {
+        nlohmann::ordered_json entry;
+        entry["device"] = device.device;
+        entry["publicName"] = ToJson(device.publicName);
+        entry["interfaceName"] = ToJson(device.interfaceName);
+        entry["macAddress"] = ToJson(device.macAddress);
+        entry["interfaceType"] = ToJson(device.type, Code<NetworkInterfaceType>);
+        entry["portCount"] = ToJson(device.portCount, [](unsigned int n) { return nlohmann::ordered_json(n); });
+        entry["ports"] = nlohmann::ordered_json::array();
+        for (const auto& port : device.ports) {
+            entry["ports"].push_back({{"port", port.port},
+                                      {"publicName", ToJson(port.publicName)},
+                                      {"mode", std::string(port.mode)},
+                                      {"linkState", ToJson(port.state, Code<LinkState>)},
+                                      {"linkSpeed", ToJson(port.speed, Code<LinkSpeed>)},
+                                      {"linkDuplex", ToJson(port.duplex, Code<LinkDuplex>)}});
+        }
+        entry["live"] = {{"address", ToJson(device.liveAddress)},
+                         {"netmask", ToJson(device.liveNetmask)},
+                         {"gateway", ToJson(device.liveGateway)}};
+        entry["configured"] = {{"address", ToJson(device.address)},
+                               {"netmask", ToJson(device.netmask)},
+                               {"gateway", ToJson(device.gateway)},
+                               {"dnsNameservers", ToJson(device.nameServers)},
+                               {"method", ToJson(device.method, Code<IpAssignMode>)}};
+        const Differences differences = Compare(device);
+        entry["differs"] = {{"address", ToJson(differences.address)},
+                            {"netmask", ToJson(differences.netmask)},
+                            {"gateway", ToJson(differences.gateway)}};
+        document["devices"].push_back(std::move(entry));
+    }
+    return document;
+}
+
+} // namespace
+
+int RunReport(const PluginHost& host, const HostSettings& settings, bool json, std::ostream& out)
+{
+    const auto& ethernet = host.Get<IEthernetInfoModule>();
+    std::vector<DeviceReport> devices;
+    const unsigned int deviceCount = ethernet.GetDeviceCount();
+    for (unsigned int device = 1; device <= deviceCount; ++device) {
+        devices.push_back(Collect(host, ethernet, settings, device));
+    }
+    if (json) {
+        out << RenderJson(host, settings, devices).dump(2) << '\n';
+    } else {
+        out << RenderText(host, settings, devices);
+    }
+    return ExitCode::Success;
+}
+
+} // namespace Zel::Tools::Nimhost
