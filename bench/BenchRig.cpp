@@ -31,6 +31,7 @@ ModuleSettings EthernetSettings(const std::vector<std::string>& interfaces, unsi
     return settings;
 }
 
+// Built once and kept for the whole run, as the framework keeps its modules.
 BenchRig& Rig()
 {
     static BenchRig* rig = [] {
@@ -39,6 +40,7 @@ BenchRig& Rig()
                                       built->provider);
         built->provider.AddHardwareModule(built->ethernet);
         built->ipStatus.SetupSettings(ModuleSettings(), built->provider);
+        built->ipConfig.SetupSettings(ModuleSettings(), built->provider);
         return built;
     }();
     return *rig;

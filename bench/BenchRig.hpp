@@ -1,10 +1,11 @@
 // The modules under measurement, set up once per run as the framework would:
 // device 1 is eth0 read through its sysfs attribute files, device 2 is eth1
-// read through the I210 driver's ioctls; the IP status module finds the
-// Ethernet module through the provider.
+// read through the I210 driver's ioctls; the IP status and IP configuration
+// modules find the Ethernet module through the provider.
 #pragma once
 
 #include "Modules/Nim/Linux/EthernetInfoModule.hpp"
+#include "Modules/Nim/Linux/IpConfigModule.hpp"
 #include "Modules/Nim/Linux/IpStatusModule.hpp"
 
 #include <Zel/Hardware/Commons/Modules/HardwareModuleProvider.hpp>
@@ -19,6 +20,7 @@ using Zel::Hardware::Commons::Modules::ModuleSettings;
 struct BenchRig {
     Zel::Hardware::Modules::Nim::Linux::EthernetInfoModule ethernet;
     Zel::Hardware::Modules::Nim::Linux::IpStatusModule ipStatus;
+    Zel::Hardware::Modules::Nim::Linux::IpConfigModule ipConfig;
     Zel::Hardware::Commons::Modules::HardwareModuleProvider provider;
 };
 
