@@ -4,7 +4,6 @@
 // device table can disagree; the kernel reads themselves are in
 // IpStatusKernelTest.cpp.
 #include "Modules/Nim/Linux/IpStatusModule.hpp"
-#include "Modules/Nim/Linux/NetworkComponentRegistrationModule.hpp"
 
 #include "MemoryLogSink.hpp"
 
@@ -21,12 +20,10 @@
 
 namespace {
 
-using Zel::Hardware::Commons::Modules::GetModuleNameOf;
 using Zel::Hardware::Commons::Modules::HardwareModuleBase;
 using Zel::Hardware::Commons::Modules::HardwareModuleProvider;
 using Zel::Hardware::Commons::Modules::ModuleSettings;
 using Zel::Hardware::Modules::Nim::Linux::IpStatusModule;
-using Zel::Hardware::Modules::Nim::Linux::NetworkComponentRegistrationModule;
 using Zel::Hardware::Nim::LinkDuplex;
 using Zel::Hardware::Nim::LinkSpeed;
 using Zel::Hardware::Nim::LinkState;
@@ -87,15 +84,6 @@ TEST_F(IpStatusModuleSetup, WithoutEthernetModuleFails)
         EXPECT_EQ(e.GetMessage(), "IpStatusModule::SetupSettings(): ethInfoModule is NULL!");
     }
     EXPECT_TRUE(capture.Contains(7, "IpStatusModule::SetupSettings()"));
-}
-
-TEST_F(IpStatusModuleSetup, ModuleUnderTheEthernetNameThatIsNoEthernetModuleFails)
-{
-    NetworkComponentRegistrationModule impostor;
-    provider.AddHardwareModule(GetModuleNameOf<IEthernetInfoModule>(), impostor);
-    IpStatusModule module;
-
-    EXPECT_THROW(module.SetupSettings(settings, provider), InvalidOperationException);
 }
 
 TEST_F(IpStatusModuleSetup, IsEnabledAndDisposeOnlyLog)

@@ -38,6 +38,11 @@ std::string Route(const std::string& interfaceName, const std::string& destinati
                                   metric, mask));
 }
 
+std::string GatewayTraceMessage(const std::string& field, const std::string& hex)
+{
+    return "IpStatusSocketAccess::GetCurrentDefaultGateway(): Default Gateway is " + field + ", " + hex;
+}
+
 std::string GatewayFoundMessage(const std::string& gateway)
 {
     return "IpStatusSocketAccess::GetCurrentDefaultGateway(): Default Gateway found in 'route': " + gateway;
@@ -83,8 +88,7 @@ TEST_F(RouteTableReading, GatewayBytesAreReadLowestFirstAndTraced)
 
     EXPECT_EQ(Gateway(access, "eth0"), "192.168.2.1");
     EXPECT_TRUE(capture.Contains(8, "IpStatusSocketAccess::GetCurrentDefaultGateway(): device 1 interfaceName eth0"));
-    EXPECT_TRUE(
-        capture.Contains(8, "IpStatusSocketAccess::GetCurrentDefaultGateway(): Default Gateway is 0102A8C0, 0x102A8C0"));
+    EXPECT_TRUE(capture.Contains(8, GatewayTraceMessage("0102A8C0", "0x102A8C0")));
     EXPECT_TRUE(capture.Contains(8, GatewayFoundMessage("192.168.2.1")));
 }
 
@@ -99,10 +103,8 @@ TEST_F(RouteTableReading, LastDefaultRouteOfTheInterfaceWins)
 
     EXPECT_EQ(Gateway(access, "eth0"), "10.0.0.2");
     // Every matching line is traced, not only the winner.
-    EXPECT_TRUE(
-        capture.Contains(8, "IpStatusSocketAccess::GetCurrentDefaultGateway(): Default Gateway is 0100000A, 0x100000A"));
-    EXPECT_TRUE(
-        capture.Contains(8, "IpStatusSocketAccess::GetCurrentDefaultGateway(): Default Gateway is 0200000A, 0x200000A"));
+    EXPECT_TRUE(capture.Contains(8, GatewayTraceMessage("0100000A", "0x100000A")));
+    EXPECT_TRUE(capture.Contains(8, GatewayTraceMessage("0200000A", "0x200000A")));
     EXPECT_EQ(Gateway(access, "eth1"), "10.0.0.9");
 }
 
@@ -119,11 +121,8 @@ TEST_F(RouteTableReading, NoDefaultRouteOfTheInterfaceAnswersZeroAddressWithoutF
         {"interface absent from the table", table, "eth7"},
         {"heading only", KernelLine(heading), "eth0"},
         {"empty file", "", "eth0"},
-        {"lines without tabs", KernelLine("eth0 00000000 0102A8C0"), "eth0"},
         {"two fields only", "eth0\t00000000\n", "eth0"},
-        // The destination must be exactly eight zeros.
-        {"short destination", Route("eth0", "0", "0102A8C0"), "eth0"},
-        {"blank after destination", Route("eth0", "00000000 ", "0102A8C0"), "eth0"},
+        {"destination not exactly eight zeros", Route("eth0", "0", "0102A8C0"), "eth0"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
@@ -171,16 +170,6 @@ TEST_F(RouteTableReading, EveryPieceOfNinetyNineCharactersIsTakenAsALine)
     EXPECT_EQ(Gateway(access, "eth0"), "192.168.2.1");
 }
 
-TEST_F(RouteTableReading, FieldsBeyondTheFirstPieceAreNotSeen)
-{
-    // The gateway field starts after character 99, so the first piece has
-    // only two fields and the line is skipped.
-    const std::string longName(90, 'n');
-    const auto access = WithTable(longName + "\t00000000\t0102A8C0\n");
-
-    EXPECT_EQ(Gateway(access, longName), "0.0.0.0");
-}
-
 TEST_F(RouteTableReading, UnreadableTableIsAFailureThatLeavesTheResult)
 {
     Zel::Test::LogCapture capture(8);
@@ -191,11 +180,6 @@ TEST_F(RouteTableReading, UnreadableTableIsAFailureThatLeavesTheResult)
     EXPECT_EQ(access.GetCurrentDefaultGateway(1, 1, BasicString("eth0"), result), 1);
     EXPECT_EQ(result, "unchanged");
     EXPECT_TRUE(capture.Contains(3, "IpStatusSocketAccess::GetCurrentDefaultGateway(): Error open file " + missing));
-}
-
-TEST(IpStatusSocketAccessDefaults, ReadsTheKernelRouteTable)
-{
-    EXPECT_EQ(IpStatusSocketAccess::routeFileName, "/proc/net/route");
 }
 
 // Every query checks the device number against the count first: 0 and
@@ -248,9 +232,10 @@ TEST(IpStatusFormatIpParameter, LowestByteIsTheFirstOctet)
         std::uint32_t value;
         const char* text;
     } cases[] = {
-        {0x0102A8C0u, "192.168.2.1"}, {0x00000000u, "0.0.0.0"},     {0xFFFFFFFFu, "255.255.255.255"},
-        {0x0100007Fu, "127.0.0.1"},   {0x00FFFFFFu, "255.255.255.0"}, {0x000000FFu, "255.0.0.0"},
-        {0x80000000u, "0.0.0.128"},   {0x0A0B0C0Du, "13.12.11.10"},
+        {0x0102A8C0u, "192.168.2.1"},
+        {0xFFFFFFFFu, "255.255.255.255"},
+        {0x80000000u, "0.0.0.128"},
+        {0x0A0B0C0Du, "13.12.11.10"},
     };
     const IpStatusSocketAccess access;
     for (const auto& c : cases) {
