@@ -3,6 +3,7 @@
 // registered benchmark, then the ratio table.
 #include "BenchSupport.hpp"
 #include "RatioTable.hpp"
+#include "SyscallCounter.hpp"
 
 #include <Zel/System/Commons/AppDomain.hpp>
 #include <Zel/System/Commons/Logging/LogManager.hpp>
@@ -11,6 +12,7 @@
 
 #include <cstdlib>
 #include <iostream>
+#include <map>
 #include <memory>
 #include <stdexcept>
 
@@ -44,6 +46,41 @@ std::size_t DroppingSink::Total() const
         total += count.load(std::memory_order_relaxed);
     }
     return total;
+}
+
+std::string& CurrentBenchmark()
+{
+    static std::string name;
+    return name;
+}
+
+namespace {
+std::map<std::string, std::string>& SystemCallTable()
+{
+    static std::map<std::string, std::string> table;
+    return table;
+}
+} // namespace
+
+void RecordSystemCalls(benchmark::State& state, const std::function<void()>& call, const std::string& suffix)
+{
+    const std::string name = CurrentBenchmark() + (suffix.empty() ? "" : "/" + suffix);
+    auto& table = SystemCallTable();
+    if (table.find(name) == table.end()) {
+        call();
+        const auto calls = TraceSystemCalls(call);
+        table[name] = calls ? SummariseSystemCalls(*calls) : std::string("not traced");
+    }
+    state.SetLabel(table[name]);
+}
+
+std::optional<std::string> SystemCallsOf(const std::string& benchmark)
+{
+    auto found = SystemCallTable().find(benchmark);
+    if (found == SystemCallTable().end()) {
+        return std::nullopt;
+    }
+    return found->second;
 }
 
 bool RequireSandbox(benchmark::State& state)

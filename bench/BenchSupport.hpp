@@ -2,12 +2,16 @@
 // up routes and files, and the log sink that drops every message.
 #pragma once
 
+#include "AllocationCounter.hpp"
+
 #include <Zel/System/Commons/Logging/LogSink.hpp>
 
 #include <benchmark/benchmark.h>
 
 #include <array>
 #include <atomic>
+#include <functional>
+#include <optional>
 #include <string>
 
 namespace Zel::Bench {
@@ -32,5 +36,29 @@ private:
 };
 
 DroppingSink& Sink();
+
+// The benchmark being run (set by Register's wrapper), e.g. "sysfile/state/lib".
+std::string& CurrentBenchmark();
+
+// Runs `call` once to warm up and once under the system-call tracer, and
+// keeps the calls it made under the benchmark's name (plus "/" + suffix).
+void RecordSystemCalls(benchmark::State& state, const std::function<void()>& call, const std::string& suffix);
+
+// System calls recorded for a benchmark: a summary text such as
+// "socket, ioctl, close", or nothing when not traced.
+std::optional<std::string> SystemCallsOf(const std::string& benchmark);
+
+// The common shape of every measured benchmark: trace the system calls of
+// one call, then time `call` in the loop and count its allocations.
+template <typename Call>
+void Measure(benchmark::State& state, Call&& call, const std::string& suffix = std::string())
+{
+    RecordSystemCalls(state, call, suffix);
+    AllocationScope allocations;
+    for (auto _ : state) {
+        call();
+    }
+    allocations.Report(state);
+}
 
 } // namespace Zel::Bench

@@ -29,8 +29,7 @@ void SysFileLibrary(benchmark::State& state)
         return;
     }
     auto& ethernet = Rig().ethernet;
-    AllocationScope allocations;
-    for (auto _ : state) {
+    Measure(state, [&] {
         if constexpr (Query == 0) {
             benchmark::DoNotOptimize(ethernet.GetPortLinkState(1, 1));
         } else if constexpr (Query == 1) {
@@ -38,8 +37,7 @@ void SysFileLibrary(benchmark::State& state)
         } else {
             benchmark::DoNotOptimize(ethernet.GetPortLinkDuplex(1, 1));
         }
-    }
-    allocations.Report(state);
+    });
 }
 
 template <int Query>
@@ -55,14 +53,12 @@ void SysFileBare(benchmark::State& state)
         state.SkipWithError("cannot open the attribute file");
         return;
     }
-    AllocationScope allocations;
-    for (auto _ : state) {
+    Measure(state, [&] {
         char buffer[12];
         std::memset(buffer, 0, sizeof buffer);
         benchmark::DoNotOptimize(pread(fd, buffer, sizeof buffer, 0));
         benchmark::DoNotOptimize(buffer[0] == 'u');
-    }
-    allocations.Report(state);
+    });
     close(fd);
 }
 
@@ -75,8 +71,7 @@ void I210Library(benchmark::State& state)
         return;
     }
     auto& ethernet = Rig().ethernet;
-    AllocationScope allocations;
-    for (auto _ : state) {
+    Measure(state, [&] {
         if constexpr (Query == 0) {
             benchmark::DoNotOptimize(ethernet.GetPortLinkState(2, 1));
         } else if constexpr (Query == 1) {
@@ -84,8 +79,7 @@ void I210Library(benchmark::State& state)
         } else {
             benchmark::DoNotOptimize(ethernet.GetPortLinkDuplex(2, 1));
         }
-    }
-    allocations.Report(state);
+    });
 }
 
 template <int Query>
@@ -95,8 +89,7 @@ void I210Bare(benchmark::State& state)
         return;
     }
     const int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    AllocationScope allocations;
-    for (auto _ : state) {
+    Measure(state, [&] {
         struct ifreq request;
         std::memset(&request, 0, sizeof request);
         std::strncpy(request.ifr_name, i210Interface, IFNAMSIZ - 1);
@@ -111,8 +104,7 @@ void I210Bare(benchmark::State& state)
             benchmark::DoNotOptimize(ioctl(fd, SIOCETHTOOL, &request));
             benchmark::DoNotOptimize(command.duplex);
         }
-    }
-    allocations.Report(state);
+    });
     close(fd);
 }
 
@@ -124,11 +116,9 @@ void DeviceCount(benchmark::State& state)
         return;
     }
     auto& ethernet = Rig().ethernet;
-    AllocationScope allocations;
-    for (auto _ : state) {
+    Measure(state, [&] {
         benchmark::DoNotOptimize(ethernet.GetDeviceCount());
-    }
-    allocations.Report(state);
+    });
 }
 
 template <int Query>
@@ -138,8 +128,7 @@ void TableText(benchmark::State& state)
         return;
     }
     auto& ethernet = Rig().ethernet;
-    AllocationScope allocations;
-    for (auto _ : state) {
+    Measure(state, [&] {
         if constexpr (Query == 0) {
             benchmark::DoNotOptimize(ethernet.GetInterfaceName(1));
         } else if constexpr (Query == 1) {
@@ -147,8 +136,7 @@ void TableText(benchmark::State& state)
         } else {
             benchmark::DoNotOptimize(ethernet.GetPortPublicName(1, 1));
         }
-    }
-    allocations.Report(state);
+    });
 }
 
 // ---- set-up of a controller with 16 devices of 2 sysFile ports -------------
@@ -164,13 +152,11 @@ void SetupSixteenDevices(benchmark::State& state)
     }
     const ModuleSettings settings = EthernetSettings(interfaces, 2, std::vector<std::string>(16, "sysFile"));
     Zel::Hardware::Commons::Modules::HardwareModuleProvider provider;
-    AllocationScope allocations;
-    for (auto _ : state) {
+    Measure(state, [&] {
         Zel::Hardware::Modules::Nim::Linux::EthernetInfoModule module;
         module.SetupSettings(settings, provider);
         benchmark::DoNotOptimize(module.GetDeviceCount());
-    }
-    allocations.Report(state);
+    });
 }
 
 } // namespace

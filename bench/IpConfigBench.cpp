@@ -51,14 +51,12 @@ void SetSubnetMaskLibrary(benchmark::State& state)
     EnsureInterfacesFile(static_cast<int>(state.range(0)));
     auto& ipConfig = Rig().ipConfig;
     const Zel::System::Commons::BasicString mask("255.255.255.0");
-    AllocationScope allocations;
-    for (auto _ : state) {
-        if (ipConfig.SetSubnetMask(1, mask) != Zel::Hardware::Nim::AccessErrorCode::Success) {
-            state.SkipWithError("SetSubnetMask failed");
-            break;
-        }
+    if (ipConfig.SetSubnetMask(1, mask) != Zel::Hardware::Nim::AccessErrorCode::Success) {
+        state.SkipWithError("SetSubnetMask failed");
+        return;
     }
-    allocations.Report(state);
+    Measure(
+        state, [&] { benchmark::DoNotOptimize(ipConfig.SetSubnetMask(1, mask)); }, std::to_string(state.range(0)));
 }
 
 void SetSubnetMaskBare(benchmark::State& state)
@@ -69,8 +67,7 @@ void SetSubnetMaskBare(benchmark::State& state)
     EnsureInterfacesFile(static_cast<int>(state.range(0)));
     const Zel::System::Commons::BasicString source(temporaryFile);
     const Zel::System::Commons::BasicString destination(interfacesFile);
-    AllocationScope allocations;
-    for (auto _ : state) {
+    Measure(state, [&] {
         std::ifstream input(interfacesFile);
         std::ofstream output(temporaryFile, std::ios::out | std::ios::trunc);
         std::string line;
@@ -81,8 +78,7 @@ void SetSubnetMaskBare(benchmark::State& state)
         input.close();
         Zel::System::Commons::Io::File::Copy(source, destination, true, true);
         Zel::System::Commons::Io::File::Delete(source);
-    }
-    allocations.Report(state);
+    }, std::to_string(state.range(0)));
 }
 
 } // namespace

@@ -31,15 +31,13 @@ void AddressLibrary(benchmark::State& state)
         return;
     }
     auto& ipStatus = Rig().ipStatus;
-    AllocationScope allocations;
-    for (auto _ : state) {
+    Measure(state, [&] {
         if constexpr (Query == 0) {
             benchmark::DoNotOptimize(ipStatus.GetIpAddress(1));
         } else {
             benchmark::DoNotOptimize(ipStatus.GetSubnetMask(1));
         }
-    }
-    allocations.Report(state);
+    });
 }
 
 template <int Query>
@@ -48,8 +46,7 @@ void AddressBare(benchmark::State& state)
     if (!RequireSandbox(state)) {
         return;
     }
-    AllocationScope allocations;
-    for (auto _ : state) {
+    Measure(state, [&] {
         const int fd = socket(AF_INET, SOCK_DGRAM, 0);
         struct ifreq request;
         std::memset(&request, 0, sizeof request);
@@ -61,8 +58,7 @@ void AddressBare(benchmark::State& state)
             benchmark::DoNotOptimize(inet_ntoa(address.sin_addr));
         }
         close(fd);
-    }
-    allocations.Report(state);
+    });
 }
 
 // The scenario leaves two routes on eth0 (its subnet and the default route);
@@ -96,11 +92,8 @@ void GatewayLibrary(benchmark::State& state)
     }
     EnsureRoutes(static_cast<int>(state.range(0)));
     auto& ipStatus = Rig().ipStatus;
-    AllocationScope allocations;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(ipStatus.GetDefaultGateway(1));
-    }
-    allocations.Report(state);
+    Measure(
+        state, [&] { benchmark::DoNotOptimize(ipStatus.GetDefaultGateway(1)); }, std::to_string(state.range(0)));
 }
 
 void GatewayBare(benchmark::State& state)
@@ -109,8 +102,7 @@ void GatewayBare(benchmark::State& state)
         return;
     }
     EnsureRoutes(static_cast<int>(state.range(0)));
-    AllocationScope allocations;
-    for (auto _ : state) {
+    Measure(state, [&] {
         FILE* file = std::fopen("/proc/net/route", "r");
         unsigned long gateway = 0;
         bool found = false;
@@ -135,8 +127,7 @@ void GatewayBare(benchmark::State& state)
         *end.out = '\0';
         benchmark::DoNotOptimize(found);
         benchmark::DoNotOptimize(text);
-    }
-    allocations.Report(state);
+    }, std::to_string(state.range(0)));
 }
 
 } // namespace

@@ -75,13 +75,11 @@ void LogBelowLevel(benchmark::State& state)
     LoggingClass::Trace(1, interfaceName, 35093); // creates the channel outside the loop
     const unsigned long formatsBefore = probeFormats.load();
     const std::size_t sinkBefore = Sink().Total();
-    AllocationScope allocations;
-    unsigned int device = 1;
-    for (auto _ : state) {
+    const unsigned int device = 1;
+    Measure(state, [&] {
         LoggingClass::TraceProbe(FormatProbe{device});
         benchmark::ClobberMemory();
-    }
-    allocations.Report(state);
+    });
     if (probeFormats.load() != formatsBefore || Sink().Total() != sinkBefore) {
         state.SkipWithError("a call below the level formatted or wrote a message");
     }
@@ -90,36 +88,30 @@ void LogBelowLevel(benchmark::State& state)
 void LogBelowLevelThreeArguments(benchmark::State& state)
 {
     LoggingClass::Trace(1, interfaceName, 35093);
-    AllocationScope allocations;
-    for (auto _ : state) {
+    Measure(state, [&] {
         LoggingClass::Trace(1, interfaceName, 35093);
         benchmark::ClobberMemory();
-    }
-    allocations.Report(state);
+    });
 }
 
 void LogAtLevel(benchmark::State& state)
 {
     const int level = LoggingClass::log.GetAdapter().GetLogLevel();
-    AllocationScope allocations;
-    for (auto _ : state) {
+    Measure(state, [&] {
         LoggingClass::AtLevel(level, 1, interfaceName, 35093);
-    }
-    allocations.Report(state);
+    });
 }
 
 void FormatToMemoryBuffer(benchmark::State& state)
 {
-    AllocationScope allocations;
-    for (auto _ : state) {
+    Measure(state, [&] {
         fmt::basic_memory_buffer<char, 500> buffer;
         fmt::format_to(std::back_inserter(buffer),
                        "IpStatusSocketAccess::GetSettingFromSocket(): device {0} interfaceName {1} request {2}", 1u,
                        interfaceName, 35093u);
         benchmark::DoNotOptimize(buffer.data());
         benchmark::ClobberMemory();
-    }
-    allocations.Report(state);
+    });
 }
 
 } // namespace
