@@ -95,9 +95,9 @@ int RunIpGet(const PluginHost& host, unsigned int device, const std::string& fie
     if (field == "mode") {
         const IpAssignMode mode = config.GetIpAssignMode(device);
         if (json) {
-            out << nlohmann::ordered_json{{"device", device}, {"field", field}, {"value", Code(mode)}, {"text", AssignModeWord(mode)}}
-                       .dump(2)
-                << '\n';
+            const nlohmann::ordered_json document{
+                {"device", device}, {"field", field}, {"value", Code(mode)}, {"text", AssignModeWord(mode)}};
+            out << document.dump(2) << '\n';
         } else {
             const std::string word = AssignModeWord(mode);
             out << (word.empty() ? DescribeAssignMode(mode) : word) << '\n';
@@ -106,7 +106,8 @@ int RunIpGet(const PluginHost& host, unsigned int device, const std::string& fie
     }
     const BasicString value = GetValue(config, device, field);
     if (json) {
-        out << nlohmann::ordered_json{{"device", device}, {"field", field}, {"value", std::string(value)}}.dump(2) << '\n';
+        const nlohmann::ordered_json document{{"device", device}, {"field", field}, {"value", std::string(value)}};
+        out << document.dump(2) << '\n';
     } else {
         out << value << '\n';
     }

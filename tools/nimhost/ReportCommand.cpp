@@ -284,7 +284,8 @@ nlohmann::ordered_json RenderJson(const PluginHost& host, const HostSettings& se
 {
     nlohmann::ordered_json document;
     document["plugin"] = std::string(host.GetFileName());
-    document["settings"] = settings.GetPath().empty() ? nlohmann::ordered_json(nullptr) : nlohmann::ordered_json(settings.GetPath());
+    document["settings"] =
+        settings.GetPath().empty() ? nlohmann::ordered_json(nullptr) : nlohmann::ordered_json(settings.GetPath());
     document["devices"] = nlohmann::ordered_json::array();
     for (const auto& device : devices) {
         nlohmann::ordered_json entry;

@@ -8,8 +8,9 @@ namespace Zel::Tools::Nimhost {
 int RunSettings(const HostSettings& settings, bool json, std::ostream& out)
 {
     if (!json) {
-        out << "# Module settings " << (settings.GetPath().empty() ? "built from this machine's interfaces" : "from " + settings.GetPath())
-            << ", as nimhost hands them to the plug-in.\n";
+        const std::string origin = settings.GetPath().empty() ? std::string("built from this machine's interfaces")
+                                                              : "from " + settings.GetPath();
+        out << "# Module settings " << origin << ", as nimhost hands them to the plug-in.\n";
         out << settings.ToToml();
         return ExitCode::Success;
     }

@@ -15,9 +15,9 @@ int RunStatus(const PluginHost& host, unsigned int device, bool json, std::ostre
     const std::string netmask = status.GetSubnetMask(device);
     const std::string gateway = status.GetDefaultGateway(device);
     if (json) {
-        out << nlohmann::ordered_json{{"device", device}, {"address", address}, {"netmask", netmask}, {"gateway", gateway}}
-                   .dump(2)
-            << '\n';
+        const nlohmann::ordered_json document{
+            {"device", device}, {"address", address}, {"netmask", netmask}, {"gateway", gateway}};
+        out << document.dump(2) << '\n';
         return ExitCode::Success;
     }
     TextTable table;

@@ -108,10 +108,14 @@ int main(int argc, char** argv)
     const std::vector<std::string> fields{"address", "netmask", "gateway", "dns", "mode"};
     CLI::App* ipGet = ip->add_subcommand("get", "Print a configured value");
     ipGet->add_option("DEVICE", device, "Device number, from 1")->required();
-    ipGet->add_option("FIELD", field, "address, netmask, gateway, dns or mode")->required()->check(CLI::IsMember(fields));
+    ipGet->add_option("FIELD", field, "address, netmask, gateway, dns or mode")
+        ->required()
+        ->check(CLI::IsMember(fields));
     CLI::App* ipSet = ip->add_subcommand("set", "Write a configured value");
     ipSet->add_option("DEVICE", device, "Device number, from 1")->required();
-    ipSet->add_option("FIELD", field, "address, netmask, gateway, dns or mode")->required()->check(CLI::IsMember(fields));
+    ipSet->add_option("FIELD", field, "address, netmask, gateway, dns or mode")
+        ->required()
+        ->check(CLI::IsMember(fields));
     ipSet->add_option("VALUE", value, "The value; for mode a method word (" + MethodWordList() + ")")->required();
 
     CLI::App* status = app.add_subcommand("status", "A device's live address, netmask and gateway");
