@@ -9,13 +9,15 @@ set(CPACK_PACKAGE_NAME zel-nim-linux)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_CONTACT "Zel Nim maintainers <nim@zel.invalid>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Network-interface management plug-in for the controller runtime, with nimhost")
-set(CPACK_PACKAGE_DESCRIPTION
-    "libZel.Hardware.Modules.Nim.Linux.so, the hardware-module plug-in of the controller's network-interface\n"
-    "management, with the framework libraries it loads into and nimhost, a command-line host that loads\n"
-    "the plug-in as the framework does and reports what it sees on this machine.")
+string(CONCAT CPACK_PACKAGE_DESCRIPTION
+       "libZel.Hardware.Modules.Nim.Linux.so, the hardware-module plug-in of the controller's network-interface\n"
+       "management, with the framework libraries it loads into and nimhost, a command-line host that loads\n"
+       "the plug-in as the framework does and reports what it sees on this machine.")
 set(CPACK_DEBIAN_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_PACKAGE_DIRECTORY ${CMAKE_BINARY_DIR}/packages)
+
+set(CPACK_STRIP_FILES ON)
 
 # Only the runtime component; headers stay out of the package.
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -53,3 +55,6 @@ else()
 endif()
 
 include(CPack)
+
+# Documentation files of the package go here (Debian: /usr/share/doc/<package>).
+set(ZEL_PACKAGE_DOC_DIR ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_PACKAGE_NAME})
