@@ -1,0 +1,55 @@
+#!/usr/bin/env bash
+# fuzz/run.sh <seconds>
+#
+# Builds every libFuzzer target (fuzz/*/CMakeLists.txt, zel_add_fuzz_target)
+# with clang in its own build directory and runs each for <seconds>, starting
+# from its committed seed corpus. New inputs go to
+# <build>/runs/<target>/corpus, crash reproducers to <build>/runs/<target>/.
+# Exits non-zero as soon as a target finds a crash, a leak or a sanitizer
+# report.
+#
+# Environment: ZEL_FUZZ_BUILD_DIR (default build/fuzz), ZEL_FUZZ_JOBS (build
+# jobs, default 2), ZEL_FUZZ_ARGS (extra libFuzzer options).
+set -euo pipefail
+
+if [ $# -ne 1 ] || ! [[ "$1" =~ ^[0-9]+$ ]] || [ "$1" -eq 0 ]; then
+  echo "usage: fuzz/run.sh <seconds per target>" >&2
+  exit 2
+fi
+seconds=$1
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+build=${ZEL_FUZZ_BUILD_DIR:-$root/build/fuzz}
+
+command -v clang++ >/dev/null || { echo "fuzz/run.sh: clang++ is not installed (scripts/setup.sh)" >&2; exit 2; }
+
+cmake -S "$root" -B "$build" -G Ninja \
+  -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+  -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DZEL_BUILD_FUZZ=ON -DBUILD_TESTING=OFF -DZEL_BUILD_TOOLS=OFF -DZEL_WERROR=ON >/dev/null
+cmake --build "$build" --target zel_fuzz_targets -j "${ZEL_FUZZ_JOBS:-2}"
+
+targets="$build/fuzz/targets.txt"
+[ -s "$targets" ] || { echo "fuzz/run.sh: no fuzz targets listed in $targets" >&2; exit 2; }
+
+status=0
+while IFS='|' read -r name exe corpus dictionary; do
+  [ -n "$name" ] || continue
+  work="$build/runs/$name"
+  mkdir -p "$work/corpus"
+  args=(-max_total_time="$seconds" -artifact_prefix="$work/" -print_final_stats=1)
+  [ -n "$dictionary" ] && args+=(-dict="$dictionary")
+  # shellcheck disable=SC2206 # extra options are words on purpose
+  args+=(${ZEL_FUZZ_ARGS:-})
+  dirs=("$work/corpus")
+  [ -n "$corpus" ] && [ -d "$corpus" ] && dirs+=("$corpus")
+  echo "fuzz/run.sh: $name for ${seconds}s" >&2
+  if ! "$exe" "${args[@]}" "${dirs[@]}" 2>"$work/log.txt"; then
+    tail -n 60 "$work/log.txt" >&2
+    echo "fuzz/run.sh: $name FAILED (log: $work/log.txt, reproducer in $work/)" >&2
+    status=1
+  else
+    grep -E '^(stat::number_of_executed_units|Done )' "$work/log.txt" >&2 || true
+    echo "fuzz/run.sh: $name clean" >&2
+  fi
+done <"$targets"
+exit "$status"
