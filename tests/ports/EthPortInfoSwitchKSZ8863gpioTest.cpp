@@ -197,17 +197,6 @@ TEST_F(Ksz8863GpioPort, MissingLinkLineStopsSetUpBeforeTheSwitchIsOpened)
     EXPECT_EQ(device.OpenCount(), 0);
 }
 
-TEST_F(Ksz8863GpioPort, MissingDeviceStopsSetUp)
-{
-    try {
-        Make(1);
-        FAIL() << "accepted";
-    } catch (const InvalidOperationException& e) {
-        EXPECT_EQ(e.GetMessage(), std::string("Could not open driver '") + NodePath + "'.");
-    }
-    EXPECT_EQ(EthPortInfoSwitchKSZ8863gpio::fdSpi, -1);
-}
-
 struct ChipCase {
     const char* name;
     std::uint8_t id0;

@@ -200,13 +200,6 @@ TEST_F(I210Flags, RunningFlagClearsWhenThePeerGoesDown)
     EXPECT_TRUE(capture.Records().empty());
 }
 
-TEST_F(I210Flags, UpTapWithoutReaderHasNoCarrier)
-{
-    MakeTap("it0");
-    const EthPortInfoI210Drv port(1, 1, "it0");
-    EXPECT_EQ(port.GetPortLinkState(), LinkState::Down);
-}
-
 TEST_F(I210Flags, NonexistentInterfaceGivesUnknownStateWithOneMessagePerQuery)
 {
     const EthPortInfoI210Drv port(3, 2, "nosuch0");
@@ -242,15 +235,6 @@ TEST_F(I210Ethtool, SpeedAndDuplexTable)
     EXPECT_TRUE(capture.Records().empty());
 }
 
-TEST_F(I210Ethtool, VethReportsTenGigabitWhichIsUnknown)
-{
-    MakeVeth("ie1");
-    const EthPortInfoI210Drv port(1, 1, "ie1");
-    EXPECT_EQ(port.GetPortLinkSpeed(), LinkSpeed::Unknown);
-    EXPECT_EQ(port.GetPortLinkDuplex(), LinkDuplex::Full);
-    EXPECT_TRUE(capture.Records().empty());
-}
-
 TEST_F(I210Ethtool, NonexistentInterfaceGivesUnknownCodesWithOneMessagePerQuery)
 {
     const EthPortInfoI210Drv port(3, 2, "nosuch0");
@@ -261,16 +245,6 @@ TEST_F(I210Ethtool, NonexistentInterfaceGivesUnknownCodesWithOneMessagePerQuery)
     EXPECT_EQ(capture.Count(3, "Error GetPortLinkSpeed() for device 3, port 2 (nosuch0): errno 19"), 1U);
     EXPECT_EQ(capture.Count(3, "Error GetPortLinkDuplex() for device 3, port 2 (nosuch0): errno 19"), 1U);
     EXPECT_EQ(capture.Records().size(), 3U);
-}
-
-TEST_F(I210Ethtool, InterfaceWithoutEthtoolSupportGivesUnknown)
-{
-    // Loopback has no ethtool settings: the ioctl fails (EOPNOTSUPP).
-    const EthPortInfoI210Drv port(1, 1, "lo");
-    EXPECT_EQ(port.GetPortLinkSpeed(), LinkSpeed::Unknown);
-    EXPECT_EQ(port.GetPortLinkDuplex(), LinkDuplex::Unknown);
-    EXPECT_EQ(capture.Count(3, "Error GetPortLinkSpeed() for device 1, port 1 (lo): errno 95"), 1U);
-    EXPECT_EQ(capture.Count(3, "Error GetPortLinkDuplex() for device 1, port 1 (lo): errno 95"), 1U);
 }
 
 } // namespace

@@ -7,7 +7,9 @@
 namespace Zel::Hardware::Modules::Nim::Linux::Internal {
 
 // A port of an I210 controller, read through the interface flags and the
-// ethtool get-settings ioctl on a socket kept for the object's life.
+// ethtool get-settings ioctl on a socket kept for the object's life (one
+// ioctl per query; the kernel lets threads share the socket). Throws only
+// when the socket cannot be made; a failed query logs and answers unknown.
 class EthPortInfoI210Drv : public IEthPortInfo,
                            private Zel::System::Commons::Logging::Loggable<EthPortInfoI210Drv, false, false> {
 public:

@@ -8,7 +8,10 @@
 namespace Zel::Hardware::Modules::Nim::Linux::Internal {
 
 // A port of a KSZ8794 switch read through its driver's per-port speed and
-// duplex files ("path.{device}.{port}.speed" and ".duplex").
+// duplex files ("path.{device}.{port}.speed" and ".duplex"), opened once and
+// read afresh on every query. Only a missing speed file stops set-up; a
+// duplex file that cannot be opened shows up as a read error (naming the
+// speed file, like every read error of this port) at each duplex query.
 class EthPortInfoSwitchKSZ8794
     : public IEthPortInfo,
       private Zel::System::Commons::Logging::Loggable<EthPortInfoSwitchKSZ8794, false, false> {

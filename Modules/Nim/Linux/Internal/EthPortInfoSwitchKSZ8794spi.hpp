@@ -8,8 +8,11 @@
 namespace Zel::Hardware::Modules::Nim::Linux::Internal {
 
 // A port (1 or 2) of a KSZ8794 switch whose status registers are read over
-// spidev ("path.{device}.spi"). All objects of the class share one SPI
-// descriptor; the first destructor closes it for all.
+// spidev ("path.{device}.spi"), one SPI_IOC_MESSAGE transfer per register.
+// All objects of the class share one SPI descriptor: the first constructor
+// opens it and checks the chip (throwing on a wrong or silent chip, and
+// leaving the device open, so later ports skip the check); the first
+// destructor closes it for all. Queries are const, never throw, need no lock.
 class EthPortInfoSwitchKSZ8794spi
     : public IEthPortInfo,
       private Zel::System::Commons::Logging::Loggable<EthPortInfoSwitchKSZ8794spi, false, false> {

@@ -11,7 +11,10 @@ namespace Zel::Hardware::Modules::Nim::Linux::Internal {
 // A port (1 or 2) of a KSZ8863 switch: link from a GPIO line
 // ("path.{device}.{port}.link"), speed and duplex from the port's status
 // register over spidev ("path.{device}.spi"). All objects of the class share
-// one SPI descriptor; the first destructor closes it for all.
+// one SPI descriptor: the first constructor opens it and checks the chip
+// (throwing on a wrong or silent chip, and leaving the device open, so later
+// ports skip the check); the first destructor closes it for all. Queries are
+// const, never throw, need no lock.
 class EthPortInfoSwitchKSZ8863gpio
     : public IEthPortInfo,
       private Zel::System::Commons::Logging::Loggable<EthPortInfoSwitchKSZ8863gpio, false, false> {

@@ -9,6 +9,10 @@ namespace Zel::Hardware::Modules::Nim::Linux::Internal {
 
 // A port read from a network interface's sysfs attribute files
 // ("path.{device}.{port}.sysFile" is the directory prefix, ending in "/").
+// operstate, speed and duplex are opened once at set-up (InvalidOperationException
+// "Could not open '{0}' for read." if one is missing; those opened before it
+// stay open) and read afresh with pread on every query; a failed read logs
+// one error and answers unknown. Queries are const and need no lock.
 class EthPortInfoSysFile : public IEthPortInfo,
                            private Zel::System::Commons::Logging::Loggable<EthPortInfoSysFile, false, false> {
 public:
