@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# fuzz/run.sh <seconds>
+# fuzz/run.sh <seconds> [target...]
 #
 # Builds every libFuzzer target (fuzz/*/CMakeLists.txt, zel_add_fuzz_target)
-# with clang in its own build directory and runs each for <seconds>, starting
+# with clang in its own build directory and runs each (or only the named
+# ones) for <seconds>, starting
 # from its committed seed corpus. New inputs go to
 # <build>/runs/<target>/corpus, crash reproducers to <build>/runs/<target>/.
 # Exits non-zero as soon as a target finds a crash, a leak or a sanitizer
@@ -12,11 +13,13 @@
 # jobs, default 2), ZEL_FUZZ_ARGS (extra libFuzzer options).
 set -euo pipefail
 
-if [ $# -ne 1 ] || ! [[ "$1" =~ ^[0-9]+$ ]] || [ "$1" -eq 0 ]; then
-  echo "usage: fuzz/run.sh <seconds per target>" >&2
+if [ $# -lt 1 ] || ! [[ "$1" =~ ^[0-9]+$ ]] || [ "$1" -eq 0 ]; then
+  echo "usage: fuzz/run.sh <seconds per target> [target...]" >&2
   exit 2
 fi
 seconds=$1
+shift
+selected=("$@")
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build=${ZEL_FUZZ_BUILD_DIR:-$root/build/fuzz}
 
@@ -31,9 +34,21 @@ cmake --build "$build" --target zel_fuzz_targets -j "${ZEL_FUZZ_JOBS:-2}"
 targets="$build/fuzz/targets.txt"
 [ -s "$targets" ] || { echo "fuzz/run.sh: no fuzz targets listed in $targets" >&2; exit 2; }
 
+wanted() {
+  [ ${#selected[@]} -eq 0 ] && return 0
+  local s
+  for s in "${selected[@]}"; do [ "$s" = "$1" ] && return 0; done
+  return 1
+}
+
+for s in ${selected[@]+"${selected[@]}"}; do
+  grep -q "^$s|" "$targets" || { echo "fuzz/run.sh: no fuzz target '$s' (see $targets)" >&2; exit 2; }
+done
+
 status=0
 while IFS='|' read -r name exe corpus dictionary; do
   [ -n "$name" ] || continue
+  wanted "$name" || continue
   work="$build/runs/$name"
   mkdir -p "$work/corpus"
   args=(-max_total_time="$seconds" -artifact_prefix="$work/" -print_final_stats=1)

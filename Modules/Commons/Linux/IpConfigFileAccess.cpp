@@ -23,6 +23,7 @@ constexpr std::string_view dnsKey = "dns-nameservers";
 constexpr std::string_view indentation = "    ";
 constexpr std::string_view separator = " ";
 constexpr char commentMark = '#';
+constexpr std::string_view openError = "Error open file {0}";
 // Only the blank separates words here; tabs and a carriage return are part
 // of the text they stand in.
 constexpr char blank = ' ';
@@ -53,7 +54,7 @@ int IpConfigFileAccess::ReadIpPara(const BasicString& interfaceName, const Basic
 {
     std::ifstream input(fileName);
     if (!input.is_open()) {
-        log(3, "Error open file {0}", fileName);
+        log(3, openError, fileName);
         return 1;
     }
 
@@ -105,11 +106,11 @@ int IpConfigFileAccess::WriteIpPara(const BasicString& interfaceName, const Basi
     if (!input.is_open()) {
         // The temporary file, if it was created, stays: there is nothing on
         // this path that could have put content into it.
-        log(3, "Error open file {0}", fileName);
+        log(3, openError, fileName);
         return 1;
     }
     if (!output.is_open()) {
-        log(3, "Error open file {0}", tempFileName);
+        log(3, openError, tempFileName);
         input.close();
         return 1;
     }
