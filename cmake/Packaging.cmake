@@ -45,7 +45,7 @@ if(CMAKE_CROSSCOMPILING)
   # armhf multiarch packages are installed), so name the dependencies. fmt is
   # compiled in (header-only) in the cross build.
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS OFF)
-  set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.34), libstdc++6 (>= 12), libgcc-s1 (>= 3.5)")
+  set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.34), libstdc++6 (>= 11), libgcc-s1 (>= 3.5)")
 else()
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
   # dpkg-shlibdeps must not look for our own libraries among the installed
