@@ -43,13 +43,6 @@ std::string MessageOf(const std::function<void()>& call)
     return "<nothing thrown>";
 }
 
-TEST(IpConfigModuleFrame, IsRegisteredUnderItsInterfaceName)
-{
-    IpConfigModule module;
-    EXPECT_EQ("Zel.Hardware.Nim.Modules.IIpConfigModule", IpConfigModule::moduleName);
-    EXPECT_EQ(&IpConfigModule::moduleName, &module.GetModuleName());
-}
-
 TEST(IpConfigModuleFrame, IsEnabledAtEveryPointOfItsLife)
 {
     LogCapture capture(8);
