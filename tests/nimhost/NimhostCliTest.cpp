@@ -148,10 +148,6 @@ INSTANTIATE_TEST_SUITE_P(
                     "Zel.Hardware.Nim.Modules.IIpConfigModule, Zel.Hardware.Nim.Modules.IIpStatusModule, "
                     "Zel.Hardware.Nim.Modules.INetworkComponentRegistrationModule)",
                     true},
-        BadFileCase{"DuplicateKey",
-                    "[\"Zel.Hardware.Nim.Modules.IEthernetInfoModule\"]\nmandatoryInterfaces = \"1\"\n"
-                    "mandatoryInterfaces = \"2\"\n",
-                    ":3:", false},
         BadFileCase{"UnclosedArray",
                     "[\"Zel.Hardware.Nim.Modules.IEthernetInfoModule\".fields]\ninterfaces = [\n  [\"1\"],\n", ":3:",
                     false}),
