@@ -46,11 +46,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -117,7 +119,7 @@ void CreateTree(Environment& env)
 {
     env.root = MakeTemporaryDirectory("zel-fuzz-settings");
     for (const char* dir : {"/sys", "/sys/good", "/sys/down", "/sys/partial", "/sys/unreadable", "/ksz", "/gpio",
-                            "/free", "/dir", "/cwd", "/sys/unreadable/operstate"}) {
+                            "/free", "/dir", "/sys/unreadable/operstate"}) {
         mkdir((env.root + dir).c_str(), 0755);
     }
     WriteFile(env.root + "/sys/good/operstate", "up\n");
@@ -472,10 +474,11 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
     environment = new Environment;
     CreateTree(*environment);
     environment->interfaces = RealInterfaces();
-    // Relative paths resolve inside an empty directory of our own.
-    if (chdir((environment->root + "/cwd").c_str()) != 0) {
-        Fail("cannot enter the working directory");
-    }
+    std::atexit([] {
+        std::error_code ignored;
+        std::filesystem::remove_all(environment->root, ignored);
+        std::filesystem::remove_all(std::filesystem::path(environment->spiPath).parent_path(), ignored);
+    });
     rlimit limit{};
     if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
         limit.rlim_cur = limit.rlim_max;
