@@ -56,20 +56,32 @@ constexpr int queryThreads = 8;
 constexpr int iterationsPerThread = 120;
 
 // Counts messages per level without keeping them, so that hundreds of
-// thousands of trace lines cost no memory; keeps the first warning or error.
+// thousands of trace lines cost no memory; keeps the first unexpected warning
+// or error. qemu-user implements no SIOCETHTOOL, so under it the I210 port's
+// speed and duplex queries fail with ENOSYS (38) on every call: those two
+// messages are counted apart, they are the emulator's, not the library's.
 class CountingSink : public ILogSink {
 public:
     void Write(int level, std::string_view, std::string_view text) override
     {
         counts[static_cast<std::size_t>(level >= 0 && level < 10 ? level : 9)].fetch_add(1);
-        if (level <= 5) {
-            std::lock_guard<std::mutex> guard(lock);
-            if (firstProblem.empty()) {
-                firstProblem = std::string(text);
-            }
+        if (level > 5) {
+            return;
+        }
+        if (text == "Error GetPortLinkSpeed() for device 2, port 1 (eth1): errno 38" ||
+            text == "Error GetPortLinkDuplex() for device 2, port 1 (eth1): errno 38") {
+            emulatorErrors.fetch_add(1);
+            return;
+        }
+        unexpected.fetch_add(1);
+        std::lock_guard<std::mutex> guard(lock);
+        if (firstProblem.empty()) {
+            firstProblem = std::string(text);
         }
     }
     std::size_t Count(int level) const { return counts[static_cast<std::size_t>(level)].load(); }
+    std::size_t Unexpected() const { return unexpected.load(); }
+    std::size_t EmulatorErrors() const { return emulatorErrors.load(); }
     std::string FirstProblem() const
     {
         std::lock_guard<std::mutex> guard(lock);
@@ -78,6 +90,8 @@ public:
 
 private:
     std::array<std::atomic<std::size_t>, 10> counts{};
+    std::atomic<std::size_t> unexpected{0};
+    std::atomic<std::size_t> emulatorErrors{0};
     mutable std::mutex lock;
     std::string firstProblem;
 };
@@ -318,7 +332,9 @@ TEST_F(ConcurrentQueries, EightThreadsGetTheSingleThreadedAnswersWhileOneRegiste
     EXPECT_EQ(expected.gateways[0], "192.168.7.1");
     EXPECT_EQ(expected.ipAddresses[1], "0.0.0.0");
     EXPECT_EQ(expected.registryLookups, (std::vector<unsigned int>{1, 1, 2}));
-    ASSERT_EQ(sink->Count(3), 0u) << sink->FirstProblem();
+    ASSERT_EQ(sink->Unexpected(), 0u) << sink->FirstProblem();
+    // Set-up logs no error; every round logs the same ones (none natively).
+    const std::size_t emulatorErrorsPerRound = sink->EmulatorErrors();
 
     std::atomic<int> mismatches{0};
     std::atomic<int> exceptions{0};
@@ -376,9 +392,10 @@ TEST_F(ConcurrentQueries, EightThreadsGetTheSingleThreadedAnswersWhileOneRegiste
     EXPECT_EQ(mismatches.load(), 0) << firstFailure << "\nexpected:\n" << expected.Describe();
     EXPECT_EQ(exceptions.load(), 0) << firstFailure;
     EXPECT_GT(registrations.load(), 0);
-    EXPECT_EQ(sink->Count(3), 0u) << sink->FirstProblem();
-    EXPECT_GT(sink->Count(8), static_cast<std::size_t>(queryThreads * iterationsPerThread));
     EXPECT_EQ(rig.Collect(), expected);
+    EXPECT_EQ(sink->Unexpected(), 0u) << sink->FirstProblem();
+    EXPECT_EQ(sink->EmulatorErrors(), emulatorErrorsPerRound * (queryThreads * iterationsPerThread + 2));
+    EXPECT_GT(sink->Count(8), static_cast<std::size_t>(queryThreads * iterationsPerThread));
 }
 
 // ---- log channels created by racing first calls -----------------------------
