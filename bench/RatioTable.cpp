@@ -12,9 +12,9 @@ namespace Zel::Bench {
 
 namespace {
 
-std::vector<PairSpec>& Pairs()
+std::vector<BenchPair>& Pairs()
 {
-    static std::vector<PairSpec> pairs;
+    static std::vector<BenchPair> pairs;
     return pairs;
 }
 
@@ -53,7 +53,7 @@ std::string Allocs(double allocs)
 
 } // namespace
 
-void AddPair(PairSpec pair)
+void AddPair(BenchPair pair)
 {
     Pairs().push_back(std::move(pair));
 }
@@ -107,7 +107,7 @@ bool PrintRatioTable(const std::map<std::string, Result>& results, std::ostream&
                     "with the same ratio on wall-clock time beside it.\n");
     fmt::print(out, "\n| Query | Library | Bare pattern | Ratio | Ratio (wall) | Allocs/call (lib / bare) | System calls (lib / bare) | Target | Met |\n");
     fmt::print(out, "|---|---:|---:|---:|---:|---:|---|---|---|\n");
-    for (const PairSpec& pair : Pairs()) {
+    for (const BenchPair& pair : Pairs()) {
         const Result* lib = Find(results, pair.library);
         const Result* bare = pair.bare.empty() ? nullptr : Find(results, pair.bare);
         if (lib == nullptr || (!pair.bare.empty() && bare == nullptr)) {

@@ -13,7 +13,7 @@
 
 namespace Zel::Bench {
 
-struct PairSpec {
+struct BenchPair {
     std::string title;              // the row's text, e.g. "GetPortLinkState, sysFile port"
     std::string library;            // benchmark name of the library query
     std::string bare;               // benchmark name of the bare pattern; empty when none
@@ -31,7 +31,7 @@ struct LinearGroup {
     std::vector<std::string> bare;    // the same for the bare pattern
 };
 
-void AddPair(PairSpec pair);
+void AddPair(BenchPair pair);
 void AddLinearGroup(LinearGroup group);
 
 // Median (or single) result of one benchmark.
