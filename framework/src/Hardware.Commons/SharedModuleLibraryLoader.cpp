@@ -31,6 +31,11 @@ SharedModuleLibraryLoader::SharedModuleLibraryLoader(const BasicString& fileName
         ::dlclose(handle);
         throw;
     }
+    if (library == nullptr) {
+        ::dlclose(handle);
+        throw System::Commons::InvalidOperationException(
+            BasicString::Format("Library '{0}' returned no module library", fileName));
+    }
     library->SetLibraryFileName(fileName);
 }
 

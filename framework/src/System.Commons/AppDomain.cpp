@@ -13,13 +13,13 @@ std::atomic<AppDomain*> currentDomain{nullptr};
 
 AppDomain::AppDomain()
 {
-    currentDomain.store(this);
+    previous = currentDomain.exchange(this);
 }
 
 AppDomain::~AppDomain()
 {
     AppDomain* self = this;
-    currentDomain.compare_exchange_strong(self, nullptr);
+    currentDomain.compare_exchange_strong(self, previous);
 }
 
 bool AppDomain::HasInstance()

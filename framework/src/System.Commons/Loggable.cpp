@@ -11,11 +11,15 @@ void WriteFormatted(const LogAdapter& adapter, int level, std::string_view forma
     try {
         fmt::vformat_to(std::back_inserter(buffer), fmt::string_view(format.data(), format.size()), args);
     } catch (const std::exception& e) {
-        adapter.Log(LogLevel::Error, fmt::format("{}{}", formatFailed, e.what()));
+        if (LogLevel::Error <= adapter.GetLogLevel()) {
+            adapter.Log(LogLevel::Error, fmt::format("{}{}", formatFailed, e.what()));
+        }
         adapter.Log(level, format);
         return;
     } catch (...) {
-        adapter.Log(LogLevel::Error, fmt::format("{}Unknown exception", formatFailed));
+        if (LogLevel::Error <= adapter.GetLogLevel()) {
+            adapter.Log(LogLevel::Error, fmt::format("{}Unknown exception", formatFailed));
+        }
         adapter.Log(level, format);
         return;
     }

@@ -51,6 +51,9 @@ private:
     void Add(const std::type_info& type, std::shared_ptr<void> instance);
     void* Get(const std::type_info& type) const;
 
+    // The domain that was current before this one; current again when this
+    // one goes.
+    AppDomain* previous = nullptr;
     mutable std::shared_mutex lock;
     std::unordered_map<std::type_index, std::shared_ptr<void>> singletons;
 };

@@ -60,7 +60,9 @@ public:
 template <typename T>
 ArgumentException ArgumentException::Create(std::string_view argName, const T& value, std::string_view message)
 {
-    if constexpr (std::is_pointer_v<T> || std::is_null_pointer_v<T>) {
+    if constexpr (std::is_same_v<std::decay_t<T>, const char*> || std::is_same_v<std::decay_t<T>, char*>) {
+        return CreateFromText(argName, value != nullptr ? std::string_view(value) : std::string_view(), message);
+    } else if constexpr (std::is_pointer_v<T> || std::is_null_pointer_v<T>) {
         return CreateFromText(argName, fmt::format("{}", static_cast<const void*>(value)), message);
     } else if constexpr (std::is_enum_v<T>) {
         return CreateFromText(argName, fmt::format("{}", static_cast<std::underlying_type_t<T>>(value)), message);

@@ -28,7 +28,9 @@ ZEL_API void WriteFormatted(const LogAdapter& adapter, int level, std::string_vi
 // flag before and after, so racing first calls create one adapter.
 class ZEL_API LogChannel {
 public:
-    explicit LogChannel(const std::type_info& owner) : owner(owner) {}
+    // constexpr, so every class's channel is ready before any static
+    // initialiser of the library can log through it.
+    constexpr explicit LogChannel(const std::type_info& owner) noexcept : owner(owner) {}
     LogChannel(const LogChannel&) = delete;
     LogChannel& operator=(const LogChannel&) = delete;
 
