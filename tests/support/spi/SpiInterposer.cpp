@@ -1,13 +1,13 @@
 // Interposes the C library's open, ioctl and close in the test executable:
-// the emulated spidev nodes are answered by SpiEmulator, every other call
-// goes on to the next definition (the C library, or a sanitizer's
-// interceptor in front of it) through dlsym(RTLD_NEXT, ...).
+// emulated spidev nodes are answered by SpiEmulator, every other call goes to
+// the next definition (the C library, or a sanitizer's interceptor in front
+// of it) through dlsym(RTLD_NEXT, ...).
 //
-// No libc header that declares these functions is included here on purpose:
-// glibc may declare open as a fortified inline wrapper or redirect it to
-// open64, and declares ioctl noexcept. The glibc entry points the code under
-// test may reach are all defined: open, open64, __open_2, __open64_2 (the
-// fortified forms), ioctl and __ioctl_time64 (32-bit time64 builds), close.
+// No libc header that declares these functions is included on purpose: glibc
+// may declare open as a fortified inline wrapper or redirect it to open64,
+// and declares ioctl noexcept. Every glibc entry point the code under test
+// may reach is defined: open, open64, __open_2 and __open64_2 (fortified),
+// ioctl, __ioctl_time64 (32-bit time64 builds) and close.
 #include "SpiInterposerHooks.hpp"
 
 #include <cstdarg>
@@ -26,16 +26,26 @@ Function Next(const char* name)
     return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
 
-// The mode argument is only there with O_CREAT or O_TMPFILE; passing it on
-// always is harmless (an unused variadic argument), reading it is not UB in
-// practice on the ABIs here, and the emulated node never needs it.
-int OpenWith(OpenFunction next, const char* path, int flags, unsigned int mode)
+// The mode argument only exists with O_CREAT or O_TMPFILE; reading and
+// passing it on always is harmless on the ABIs here, and the node never needs it.
+int OpenWith(OpenFunction next, const char* path, int flags, va_list args)
+{
+    const unsigned int mode = va_arg(args, unsigned int);
+    int result = -1;
+    return Zel::Test::SpiHooks::Open(path, flags, &result) ? result : next(path, flags, mode);
+}
+
+int Open2With(Open2Function next, const char* path, int flags)
 {
     int result = -1;
-    if (Zel::Test::SpiHooks::Open(path, flags, &result)) {
-        return result;
-    }
-    return next(path, flags, mode);
+    return Zel::Test::SpiHooks::Open(path, flags, &result) ? result : next(path, flags);
+}
+
+int IoctlWith(IoctlFunction next, int fd, unsigned long request, va_list args)
+{
+    void* argument = va_arg(args, void*);
+    int result = -1;
+    return Zel::Test::SpiHooks::Ioctl(fd, request, argument, &result) ? result : next(fd, request, argument);
 }
 
 } // namespace
@@ -44,75 +54,59 @@ extern "C" {
 
 int open(const char* path, int flags, ...)
 {
-    static const OpenFunction next = Next<OpenFunction>("open");
+    static const auto next = Next<OpenFunction>("open");
     va_list args;
     va_start(args, flags);
-    const unsigned int mode = va_arg(args, unsigned int);
+    const int result = OpenWith(next, path, flags, args);
     va_end(args);
-    return OpenWith(next, path, flags, mode);
+    return result;
 }
 
 int open64(const char* path, int flags, ...)
 {
-    static const OpenFunction next = Next<OpenFunction>("open64");
+    static const auto next = Next<OpenFunction>("open64");
     va_list args;
     va_start(args, flags);
-    const unsigned int mode = va_arg(args, unsigned int);
+    const int result = OpenWith(next, path, flags, args);
     va_end(args);
-    return OpenWith(next, path, flags, mode);
+    return result;
 }
 
 int __open_2(const char* path, int flags)
 {
-    static const Open2Function next = Next<Open2Function>("__open_2");
-    int result = -1;
-    if (Zel::Test::SpiHooks::Open(path, flags, &result)) {
-        return result;
-    }
-    return next(path, flags);
+    static const auto next = Next<Open2Function>("__open_2");
+    return Open2With(next, path, flags);
 }
 
 int __open64_2(const char* path, int flags)
 {
-    static const Open2Function next = Next<Open2Function>("__open64_2");
-    int result = -1;
-    if (Zel::Test::SpiHooks::Open(path, flags, &result)) {
-        return result;
-    }
-    return next(path, flags);
+    static const auto next = Next<Open2Function>("__open64_2");
+    return Open2With(next, path, flags);
 }
 
 int ioctl(int fd, unsigned long request, ...)
 {
-    static const IoctlFunction next = Next<IoctlFunction>("ioctl");
+    static const auto next = Next<IoctlFunction>("ioctl");
     va_list args;
     va_start(args, request);
-    void* argument = va_arg(args, void*);
+    const int result = IoctlWith(next, fd, request, args);
     va_end(args);
-    int result = -1;
-    if (Zel::Test::SpiHooks::Ioctl(fd, request, argument, &result)) {
-        return result;
-    }
-    return next(fd, request, argument);
+    return result;
 }
 
 int __ioctl_time64(int fd, unsigned long request, ...)
 {
-    static const IoctlFunction next = Next<IoctlFunction>("__ioctl_time64");
+    static const auto next = Next<IoctlFunction>("__ioctl_time64");
     va_list args;
     va_start(args, request);
-    void* argument = va_arg(args, void*);
+    const int result = IoctlWith(next, fd, request, args);
     va_end(args);
-    int result = -1;
-    if (Zel::Test::SpiHooks::Ioctl(fd, request, argument, &result)) {
-        return result;
-    }
-    return next(fd, request, argument);
+    return result;
 }
 
 int close(int fd)
 {
-    static const CloseFunction next = Next<CloseFunction>("close");
+    static const auto next = Next<CloseFunction>("close");
     Zel::Test::SpiHooks::Forget(fd);
     return next(fd);
 }
