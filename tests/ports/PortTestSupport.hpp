@@ -1,11 +1,14 @@
-// Small helpers shared by the port tests: a scratch directory whose files
-// stand in for sysfs attributes, driver files and GPIO value files, and a
-// count of the process's open descriptors for the lifecycle checks.
+// A scratch directory whose files stand in for sysfs attributes, driver files
+// and GPIO value files, the process's open descriptor count, and a check of
+// a thrown framework exception's type and message.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 
@@ -22,33 +25,24 @@ public:
         root = pattern;
     }
     ~ScratchDirectory() { std::filesystem::remove_all(root); }
-    ScratchDirectory(const ScratchDirectory&) = delete;
-    ScratchDirectory& operator=(const ScratchDirectory&) = delete;
 
+    // Path("") is the directory with its separator, as a sysfs prefix is written.
     std::string Path(const std::string& name) const { return root + "/" + name; }
-    // The directory with its trailing separator, as a sysfs prefix is set.
-    std::string Prefix() const { return root + "/"; }
 
-    // Replaces the file's whole content (the file keeps its inode, so a
-    // descriptor opened earlier sees the new text).
+    // Truncates in place: a descriptor opened earlier sees the new text.
     void Write(const std::string& name, const std::string& text) const
     {
-        std::ofstream out(Path(name), std::ios::binary | std::ios::trunc);
-        out << text;
-        if (!out) {
-            throw std::runtime_error("cannot write " + Path(name));
-        }
+        std::ofstream(Path(name), std::ios::binary | std::ios::trunc) << text;
     }
     std::string ReadBack(const std::string& name) const
     {
         std::ifstream in(Path(name), std::ios::binary);
         return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
     }
-    // A directory opens fine for reading but every read of it fails with
-    // EISDIR: a file that opens and cannot be read, also for root.
+    // A directory opens for reading but every read fails with EISDIR, also for root.
     void MakeUnreadable(const std::string& name) const
     {
-        std::filesystem::remove(Path(name));
+        Remove(name);
         std::filesystem::create_directory(Path(name));
     }
     void Remove(const std::string& name) const { std::filesystem::remove(Path(name)); }
@@ -57,13 +51,21 @@ private:
     std::string root;
 };
 
-inline int OpenDescriptorCount()
+inline long OpenDescriptorCount()
 {
-    int count = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        ++count;
+    const std::filesystem::directory_iterator fds("/proc/self/fd");
+    return std::distance(begin(fds), end(fds));
+}
+
+template <typename E, typename Action>
+void ExpectThrow(Action action, const std::string& message)
+{
+    try {
+        action();
+        ADD_FAILURE() << "no exception; expected " << message;
+    } catch (const E& e) {
+        EXPECT_EQ(e.GetMessage(), message);
     }
-    return count;
 }
 
 } // namespace Zel::Test::Ports

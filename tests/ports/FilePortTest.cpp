@@ -1,0 +1,274 @@
+// What reads attribute files: sysfs ports (device 2, port 3), KSZ8794
+// driver-file ports (device 1, port 4) and GPIO lines, on scratch files that
+// the tests rewrite between queries.
+#include "Modules/Commons/Linux/ErrorString.hpp"
+#include "Modules/Commons/Linux/GpioAccess.hpp"
+#include "Modules/Nim/Linux/Internal/EthPortInfoSwitchKSZ8794.hpp"
+#include "Modules/Nim/Linux/Internal/EthPortInfoSysFile.hpp"
+#include "PortTestSupport.hpp"
+
+#include "MemoryLogSink.hpp"
+
+#include <Zel/System/Commons/Exception.hpp>
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <fcntl.h>
+
+#include <array>
+#include <memory>
+
+namespace {
+
+using Zel::Hardware::Commons::Modules::ModuleSettings;
+using Zel::Hardware::Modules::Commons::Linux::ErrorString;
+using Zel::Hardware::Modules::Commons::Linux::GpioAccess;
+using Zel::Hardware::Modules::Nim::Linux::Internal::EthPortInfoSwitchKSZ8794;
+using Zel::Hardware::Modules::Nim::Linux::Internal::EthPortInfoSysFile;
+using Zel::Hardware::Modules::Nim::Linux::Internal::IEthPortInfo;
+using Zel::Hardware::Nim::LinkDuplex;
+using Zel::Hardware::Nim::LinkSpeed;
+using Zel::Hardware::Nim::LinkState;
+using Zel::System::Commons::InvalidOperationException;
+using Zel::Test::Ports::OpenDescriptorCount;
+
+enum Query { State, Speed, Duplex };
+
+int Ask(const IEthPortInfo& port, Query query)
+{
+    return query == State   ? static_cast<int>(port.GetPortLinkState())
+           : query == Speed ? static_cast<int>(port.GetPortLinkSpeed())
+                            : static_cast<int>(port.GetPortLinkDuplex());
+}
+
+struct FileCase {
+    Query query;
+    const char* text;
+    int expected;
+};
+
+class FilePort : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        for (const char* name : {"operstate", "speed", "duplex"}) {
+            dir.Write(name, "x\n");
+        }
+        dir.Write("port4_speed", "100\n");
+        dir.Write("port4_duplex", "full-duplex\n");
+        settings.AddSetting("path.2.3.sysFile", dir.Path(""));
+        settings.AddSetting("path.1.4.speed", dir.Path("port4_speed"));
+        settings.AddSetting("path.1.4.duplex", dir.Path("port4_duplex"));
+    }
+    std::unique_ptr<EthPortInfoSysFile> SysFile() const { return std::make_unique<EthPortInfoSysFile>(2, 3, settings); }
+    std::unique_ptr<EthPortInfoSwitchKSZ8794> Driver() const
+    {
+        return std::make_unique<EthPortInfoSwitchKSZ8794>(1, 4, settings);
+    }
+    // files: the file each query reads.
+    void ExpectDecoding(const IEthPortInfo& port, const std::array<const char*, 3>& files,
+                        std::initializer_list<FileCase> cases)
+    {
+        for (const FileCase& c : cases) {
+            dir.Write(files[c.query], c.text);
+            EXPECT_EQ(Ask(port, c.query), c.expected) << files[c.query] << " \"" << c.text << '"';
+        }
+        EXPECT_TRUE(capture.Records().empty()) << "only read failures are reported";
+    }
+    template <typename Make>
+    static void ExpectOpenFailure(Make make, const std::string& file)
+    {
+        Zel::Test::Ports::ExpectThrow<InvalidOperationException>(make, "Could not open '" + file + "' for read.");
+    }
+
+    Zel::Test::Ports::ScratchDirectory dir;
+    ModuleSettings settings;
+    Zel::Test::LogCapture capture{8};
+};
+
+TEST_F(FilePort, SysFileDecodingTable)
+{
+    // The line feed ends the known words and numbers; the rest is unknown (state 255, others 0).
+    ExpectDecoding(*SysFile(), {"operstate", "speed", "duplex"},
+                   {{State, "up\n", 1},     {State, "down\n", 0},  {State, "unknown\n", 255},
+                    {State, "lowerlayerdown\n", 255},           {State, "dormant\n", 255},
+                    {State, "up", 1},       {State, "dow", 255},   {State, "", 255},
+                    {Speed, "-1\n", 0},     {Speed, "10\n", 1},    {Speed, "100\n", 2},
+                    {Speed, "1000\n", 3},   {Speed, "2500\n", 0},  {Speed, "10000\n", 0},
+                    {Speed, "1000", 0},     {Speed, "100", 0},     {Speed, "", 0},
+                    {Duplex, "full\n", 2},  {Duplex, "half\n", 1}, {Duplex, "unknown\n", 0},
+                    {Duplex, "ful", 0},     {Duplex, "", 0}});
+}
+
+TEST_F(FilePort, DriverFileDecodingTable)
+{
+    // Every speed text but "unlinked" is a link; there is no gigabit value.
+    ExpectDecoding(*Driver(), {"port4_speed", "port4_speed", "port4_duplex"},
+                   {{State, "unlinked\n", 0}, {Speed, "unlinked\n", 0}, {State, "100\n", 1},
+                    {Speed, "100\n", 2},      {Speed, "10\n", 1},       {Speed, "1000\n", 0},
+                    {State, "1000\n", 1},     {Speed, "100", 0},        {State, "unlinke", 1},
+                    {State, "", 1},           {Speed, "", 0},
+                    {Duplex, "unlinked\n", 0}, {Duplex, "full-duplex\n", 2}, {Duplex, "half-duplex\n", 1},
+                    {Duplex, "full", 2},       {Duplex, "auto\n", 0}});
+}
+
+// Every query's message names GetPortLinkState: the framework's log filters match that text.
+TEST_F(FilePort, FailedReadsGiveUnknownCodesAndOneMessagePerQuery)
+{
+    for (const char* name : {"operstate", "speed", "duplex", "port4_speed", "port4_duplex"}) {
+        dir.MakeUnreadable(name);
+    }
+    const auto sysFile = SysFile();
+    const auto driver = Driver();
+    for (const IEthPortInfo* port : std::initializer_list<const IEthPortInfo*>{sysFile.get(), driver.get()}) {
+        EXPECT_EQ(port->GetPortLinkState(), LinkState::Unknown);
+        EXPECT_EQ(port->GetPortLinkSpeed(), LinkSpeed::Unknown);
+        EXPECT_EQ(port->GetPortLinkDuplex(), LinkDuplex::Unknown);
+    }
+    EXPECT_EQ(sysFile->GetPortLinkState(), LinkState::Unknown);
+    const std::string sysFileError = "Error GetPortLinkState() for device 2, port 3 (" + dir.Path("");
+    EXPECT_EQ(capture.Count(3, sysFileError + "operstate): errno 21"), 2U);
+    EXPECT_EQ(capture.Count(3, sysFileError + "speed): errno 21"), 1U);
+    EXPECT_EQ(capture.Count(3, sysFileError + "duplex): errno 21"), 1U);
+    // The driver-file port names its speed file in all three.
+    EXPECT_EQ(capture.Count(3, "Error GetPortLinkState() for device 1, port 4 (" + dir.Path("port4_speed") +
+                                   "): errno 21"),
+              3U);
+    EXPECT_EQ(capture.Records().size(), 7U);
+}
+
+TEST_F(FilePort, EachMissingFileStopsSetUpAndLeavesTheEarlierDescriptorsOpen)
+{
+    const long before = OpenDescriptorCount();
+    for (const char* name : {"operstate", "speed", "duplex"}) {
+        dir.Remove(name);
+        ExpectOpenFailure([this] { SysFile(); }, dir.Path(name));
+        dir.Write(name, "x\n");
+    }
+    // operstate, then operstate and speed, were left behind by the failed set-ups.
+    EXPECT_EQ(OpenDescriptorCount(), before + 3);
+    dir.Remove("port4_speed");
+    ExpectOpenFailure([this] { Driver(); }, dir.Path("port4_speed"));
+
+    // The prefix is used as written: without a separator it runs into the file name.
+    settings.AddSetting("path.2.3.sysFile", dir.Path("eth0"));
+    ExpectOpenFailure([this] { SysFile(); }, dir.Path("eth0operstate"));
+}
+
+TEST_F(FilePort, DescriptorsLiveAsLongAsThePort)
+{
+    dir.Write("operstate", "up\n");
+    const long before = OpenDescriptorCount();
+    auto port = SysFile();
+    EXPECT_EQ(OpenDescriptorCount(), before + 3);
+    dir.Remove("operstate");
+    EXPECT_EQ(port->GetPortLinkState(), LinkState::Up) << "read through the descriptor opened at set-up";
+    port.reset();
+    EXPECT_EQ(OpenDescriptorCount(), before);
+}
+
+TEST_F(FilePort, DriverPortNeverChecksItsDuplexDescriptor)
+{
+    dir.Remove("port4_duplex");
+    const auto port = Driver();
+    EXPECT_EQ(port->GetPortLinkSpeed(), LinkSpeed::Speed100);
+    EXPECT_TRUE(capture.Records().empty());
+
+    // Created later, the file is still not read: the port holds -1 for it.
+    dir.Write("port4_duplex", "full-duplex\n");
+    EXPECT_EQ(port->GetPortLinkDuplex(), LinkDuplex::Unknown);
+    EXPECT_EQ(port->GetPortLinkDuplex(), LinkDuplex::Unknown);
+    EXPECT_EQ(capture.Count(3, "Error GetPortLinkState() for device 1, port 4 (" + dir.Path("port4_speed") +
+                                   "): errno 9"),
+              2U);
+    EXPECT_EQ(capture.Records().size(), 2U);
+}
+
+TEST(ErrorString, GivesTheCLibraryText)
+{
+    EXPECT_EQ(ErrorString().GetString(ENOENT), "No such file or directory");
+    EXPECT_EQ(ErrorString().GetString(12345), "Unknown error 12345");
+}
+
+// The descriptors opened here are left to the process's end.
+class GpioLine : public FilePort {
+protected:
+    void OpenValue(const char* text, int flags = O_RDONLY)
+    {
+        dir.Write("value", text);
+        fd = gpio.Open(value, flags);
+    }
+
+    const std::string value = dir.Path("value");
+    GpioAccess gpio;
+    int fd = -1;
+};
+
+TEST_F(GpioLine, ReadFollowsTheFileFromOffsetZero)
+{
+    OpenValue("1\n");
+    // Only a leading '1' is high.
+    for (const auto& [text, expected] : {std::pair{"1\n", true}, {"0\n", false}, {"1", true}, {"x\n", false},
+                                         {"10\n", true}, {" 1\n", false}}) {
+        dir.Write("value", text);
+        bool result = !expected;
+        EXPECT_TRUE(gpio.Read(fd, value, result)) << text;
+        EXPECT_EQ(result, expected) << text;
+    }
+    EXPECT_TRUE(capture.Records().empty());
+}
+
+// The unreadable file (EISDIR) and a missing one are covered through the KSZ8863 ports.
+TEST_F(GpioLine, FailedReadIsTriedTwiceWithOneMessageEach)
+{
+    OpenValue("");
+    bool result = true;
+    EXPECT_FALSE(gpio.Read(fd, value, result)) << "an empty read is a failure";
+    ASSERT_EQ(capture.Records().size(), 2U);
+    for (const auto& record : capture.Records()) {
+        EXPECT_EQ(record.level, 3);
+        EXPECT_EQ(record.text.rfind("Could not read '" + value + "': ", 0), 0U) << record.text;
+    }
+    EXPECT_TRUE(result) << "value must stay untouched";
+}
+
+TEST_F(GpioLine, WriteIsOneCharacterAtOffsetZero)
+{
+    OpenValue("0\n", O_RDWR);
+    gpio.Write(fd, value, true);
+    EXPECT_EQ(dir.ReadBack("value"), "1\n");
+    gpio.Write(fd, value, false);
+    EXPECT_EQ(dir.ReadBack("value"), "0\n");
+    EXPECT_TRUE(capture.Records().empty());
+
+    close(fd);
+    fd = gpio.Open(value, O_RDONLY);
+    gpio.Write(fd, value, true);
+    // The quote after the value is missing in the established text.
+    EXPECT_EQ(capture.Count(3, "Could not write '1 to '" + value + "': Bad file descriptor"), 1U);
+    EXPECT_EQ(dir.ReadBack("value"), "0\n");
+}
+
+TEST_F(GpioLine, FailedCloseWarnsAndKeepsTheDescriptor)
+{
+    int stale = 1000; // not open in this process
+    gpio.Close(stale, "/sys/class/gpio/gpio3/value");
+    EXPECT_EQ(stale, 1000);
+    EXPECT_EQ(capture.Count(5, "Could not close '/sys/class/gpio/gpio3/value': Bad file descriptor"), 1U);
+}
+
+TEST_F(GpioLine, AMissingLineIsSkippedAndCloseResetsTheDescriptor)
+{
+    bool result = true;
+    EXPECT_FALSE(gpio.Read(-1, "unused", result));
+    EXPECT_TRUE(result);
+    gpio.Write(-1, "unused", false);
+    OpenValue("0\n");
+    gpio.Close(fd, value);
+    EXPECT_EQ(fd, -1);
+    gpio.Close(fd, value);
+    EXPECT_TRUE(capture.Records().empty());
+}
+
+} // namespace

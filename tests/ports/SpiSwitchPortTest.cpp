@@ -1,0 +1,314 @@
+// The SPI switch ports against emulated spidev nodes: device 3 is a KSZ8794,
+// device 2 a KSZ8863 with one GPIO link line (a scratch file) per port.
+#include "Modules/Nim/Linux/Internal/EthPortInfoSwitchKSZ8794spi.hpp"
+#include "Modules/Nim/Linux/Internal/EthPortInfoSwitchKSZ8863gpio.hpp"
+#include "PortTestSupport.hpp"
+#include "spi/SpiEmulator.hpp"
+
+#include "MemoryLogSink.hpp"
+
+#include <Zel/System/Commons/Exception.hpp>
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <memory>
+#include <typeinfo>
+#include <vector>
+
+namespace {
+
+using Zel::Hardware::Commons::Modules::ModuleSettings;
+using Zel::Hardware::Nim::LinkDuplex;
+using Zel::Hardware::Nim::LinkSpeed;
+using Zel::Hardware::Nim::LinkState;
+using Zel::System::Commons::ArgumentException;
+using Zel::System::Commons::Exception;
+using Zel::System::Commons::InvalidOperationException;
+using Zel::System::Commons::NotSupportedException;
+using Zel::Test::SpiDevice;
+using Zel::Test::SpiEmulator;
+using Zel::Test::Ports::ExpectThrow;
+using Ksz8794 = Zel::Hardware::Modules::Nim::Linux::Internal::EthPortInfoSwitchKSZ8794spi;
+using Ksz8863 = Zel::Hardware::Modules::Nim::Linux::Internal::EthPortInfoSwitchKSZ8863gpio;
+using IEthPortInfo = Zel::Hardware::Modules::Nim::Linux::Internal::IEthPortInfo;
+using Bytes = std::vector<std::uint8_t>;
+
+const std::string Node8794 = "/dev/zel-emulated/spidev1.0";
+const std::string Node8863 = "/dev/zel-emulated/spidev2.1";
+const std::string Failed8794 = "Can not read data from KSZ8794 Switch: SPI_IOC_MESSAGE failed: -1";
+const std::string Failed8863 = "Can not read data from KSZ8863 Switch: SPI_IOC_MESSAGE failed: -1";
+const std::string NoHandle = "Error in ReadRegister(): Handle invalid.fdSpi = -1";
+
+// Every transfer is one SPI_IOC_MESSAGE(1) of three bytes with the device's
+// default clock, word size and delays.
+void ExpectCommands(const SpiDevice& device, const std::vector<Bytes>& expected)
+{
+    const auto transfers = device.Transfers();
+    ASSERT_EQ(transfers.size(), expected.size());
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        EXPECT_EQ(transfers[i].sent, expected[i]) << i;
+        EXPECT_EQ(transfers[i].length, 3U);
+        EXPECT_TRUE(transfers[i].defaultsOnly);
+    }
+    EXPECT_EQ(device.ForeignRequests(), 0);
+    EXPECT_EQ(device.LastOpenFlags() & O_ACCMODE, O_RDWR);
+}
+
+// Each class's static SPI descriptor outlives a failed set-up: every test
+// starts and ends with both closed.
+class SpiSwitchPort : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(Ksz8794::fdSpi, -1);
+        ASSERT_EQ(Ksz8863::fdSpi, -1);
+        dir.Write("link1", "1\n");
+        dir.Write("link2", "1\n");
+        settings.AddSetting("path.3.spi", Node8794);
+        settings.AddSetting("path.2.spi", Node8863);
+        settings.AddSetting("path.2.1.link", dir.Path("link1"));
+        settings.AddSetting("path.2.2.link", dir.Path("link2"));
+    }
+    void TearDown() override
+    {
+        for (int* fd : {&Ksz8794::fdSpi, &Ksz8863::fdSpi}) {
+            if (*fd >= 0) {
+                close(*fd);
+                *fd = -1;
+            }
+        }
+    }
+    std::unique_ptr<Ksz8794> Make8794(unsigned int port) const { return std::make_unique<Ksz8794>(3, port, settings); }
+    std::unique_ptr<Ksz8863> Make8863(unsigned int port) const { return std::make_unique<Ksz8863>(2, port, settings); }
+
+    Zel::Test::Ports::ScratchDirectory dir;
+    ModuleSettings settings;
+    Zel::Test::LogCapture capture{8};
+};
+
+TEST_F(SpiSwitchPort, ChipCheckThenOneReadCommandPerRegister)
+{
+    SpiDevice spi8794 = SpiEmulator::Ksz8794().Register(0x1E, 0x20).Register(0x1F, 0x06).Register(0xAB, 0x42).Build(Node8794);
+    const auto port = Make8794(1);
+    const auto secondPort = Make8794(2); // no second chip check
+    EXPECT_EQ(port->GetPortLinkSpeed(), LinkSpeed::Speed100);
+    // 011, twelve address bits and a turnaround bit: chip ids 0 and 1, link 0x1E, mode 0x1F.
+    ExpectCommands(spi8794, {{0x60, 0x00, 0x00}, {0x60, 0x02, 0x00}, {0x60, 0x3C, 0x00}, {0x60, 0x3E, 0x00}});
+    spi8794.ClearTransfers();
+    unsigned char value = 0;
+    ASSERT_TRUE(port->ReadRegister(0xAB, value));
+    EXPECT_EQ(value, 0x42);
+    ExpectCommands(spi8794, {{0x61, 0x56, 0x00}}); // address bit 7 goes into the first byte
+
+    const SpiDevice spi8863 = SpiEmulator::Ksz8863().Register(0x1F, 0x06).Register(0x2F, 0x00).Build(Node8863);
+    const auto port1 = Make8863(1);
+    const auto port2 = Make8863(2);
+    EXPECT_EQ(port1->GetPortLinkSpeed(), LinkSpeed::Speed100);
+    EXPECT_EQ(port2->GetPortLinkDuplex(), LinkDuplex::Half);
+    ExpectCommands(spi8863, {{0x03, 0x00, 0x00}, {0x03, 0x01, 0x00}, {0x03, 0x1F, 0x00}, {0x03, 0x2F, 0x00}});
+    EXPECT_TRUE(capture.Records().empty());
+}
+
+TEST_F(SpiSwitchPort, Ksz8794OperationModeTable)
+{
+    SpiDevice device = SpiEmulator::Ksz8794().Register(0x2E, 0x20).Build(Node8794);
+    const auto port = Make8794(2);
+    // Only the low three bits count; 2, 3, 5 and 6 are the known modes.
+    const struct {
+        std::uint8_t mode;
+        LinkSpeed speed;
+        LinkDuplex duplex;
+    } cases[] = {
+        {0x00, LinkSpeed::Unknown, LinkDuplex::Unknown}, {0x01, LinkSpeed::Unknown, LinkDuplex::Unknown},
+        {0x02, LinkSpeed::Speed10, LinkDuplex::Half},    {0x03, LinkSpeed::Speed100, LinkDuplex::Half},
+        {0x04, LinkSpeed::Unknown, LinkDuplex::Unknown}, {0x05, LinkSpeed::Speed10, LinkDuplex::Full},
+        {0x06, LinkSpeed::Speed100, LinkDuplex::Full},   {0x07, LinkSpeed::Unknown, LinkDuplex::Unknown},
+        {0xFB, LinkSpeed::Speed100, LinkDuplex::Half},   {0xF8, LinkSpeed::Unknown, LinkDuplex::Unknown},
+    };
+    for (const auto& c : cases) {
+        device.SetRegister(0x2F, c.mode);
+        EXPECT_EQ(port->GetPortLinkState(), LinkState::Up);
+        EXPECT_EQ(port->GetPortLinkSpeed(), c.speed) << "mode " << int(c.mode);
+        EXPECT_EQ(port->GetPortLinkDuplex(), c.duplex) << "mode " << int(c.mode);
+    }
+}
+
+TEST_F(SpiSwitchPort, Ksz8863StatusRegisterTable)
+{
+    SpiDevice device = SpiEmulator::Ksz8863().Build(Node8863);
+    const auto port = Make8863(1);
+    // Bit 2: 100 Mbit/s, else 10; bit 1: full duplex, else half.
+    const struct {
+        std::uint8_t status;
+        LinkSpeed speed;
+        LinkDuplex duplex;
+    } cases[] = {
+        {0x00, LinkSpeed::Speed10, LinkDuplex::Half},  {0x02, LinkSpeed::Speed10, LinkDuplex::Full},
+        {0x04, LinkSpeed::Speed100, LinkDuplex::Half}, {0x06, LinkSpeed::Speed100, LinkDuplex::Full},
+        {0xF9, LinkSpeed::Speed10, LinkDuplex::Half},  {0xFF, LinkSpeed::Speed100, LinkDuplex::Full},
+    };
+    for (const auto& c : cases) {
+        device.SetRegister(0x1F, c.status);
+        EXPECT_EQ(port->GetPortLinkSpeed(), c.speed) << "status " << int(c.status);
+        EXPECT_EQ(port->GetPortLinkDuplex(), c.duplex) << "status " << int(c.status);
+    }
+}
+
+TEST_F(SpiSwitchPort, WithoutLinkTheModeRegisterIsNeverRead)
+{
+    SpiDevice spi8794 = SpiEmulator::Ksz8794().Register(0x1E, 0xDF).Register(0x1F, 0x06).Build(Node8794);
+    SpiDevice spi8863 = SpiEmulator::Ksz8863().Register(0x1F, 0x06).Build(Node8863);
+    const auto port8794 = Make8794(1);
+    const auto port8863 = Make8863(1);
+    spi8794.ClearTransfers();
+    spi8863.ClearTransfers();
+    dir.Write("link1", "0\n");
+    for (const IEthPortInfo* port : std::initializer_list<const IEthPortInfo*>{port8794.get(), port8863.get()}) {
+        EXPECT_EQ(port->GetPortLinkState(), LinkState::Down);
+        EXPECT_EQ(port->GetPortLinkSpeed(), LinkSpeed::Unknown);
+        EXPECT_EQ(port->GetPortLinkDuplex(), LinkDuplex::Unknown);
+    }
+    ExpectCommands(spi8794, {{0x60, 0x3C, 0x00}, {0x60, 0x3C, 0x00}, {0x60, 0x3C, 0x00}}); // link 0x1E only
+    EXPECT_TRUE(spi8863.Transfers().empty()) << "the KSZ8863's link comes from its GPIO line";
+
+    // Every query asks the hardware again.
+    spi8794.SetRegister(0x1E, 0x20);
+    EXPECT_EQ(port8794->GetPortLinkState(), LinkState::Up);
+    EXPECT_TRUE(capture.Records().empty());
+}
+
+TEST_F(SpiSwitchPort, FailedReadsGiveUnknownCodesWithOneMessageEach)
+{
+    SpiDevice spi8794 = SpiEmulator::Ksz8794().Register(0x1E, 0x20).Build(Node8794);
+    SpiDevice spi8863 = SpiEmulator::Ksz8863().Build(Node8863);
+    const auto port8794 = Make8794(1);
+    const auto port8863 = Make8863(1);
+    spi8794.FailTransfers(true);
+    spi8863.FailTransfers(true);
+    EXPECT_EQ(port8794->GetPortLinkState(), LinkState::Unknown);
+    EXPECT_EQ(port8794->GetPortLinkSpeed(), LinkSpeed::Unknown);
+    spi8794.FailTransfers(false);
+    spi8794.FailReadsOf(0x1F, true);
+    EXPECT_EQ(port8794->GetPortLinkDuplex(), LinkDuplex::Unknown);
+    EXPECT_EQ(capture.Count(3, Failed8794), 3U);
+
+    EXPECT_EQ(port8863->GetPortLinkState(), LinkState::Up) << "the link comes from the GPIO line";
+    EXPECT_EQ(port8863->GetPortLinkSpeed(), LinkSpeed::Unknown);
+    EXPECT_EQ(port8863->GetPortLinkDuplex(), LinkDuplex::Unknown);
+    EXPECT_EQ(capture.Count(3, Failed8863), 2U);
+    EXPECT_EQ(capture.Records().size(), 5U);
+
+    // An unreadable link line: GpioAccess's two messages per query, and no SPI traffic.
+    capture.Sink().Clear();
+    spi8863.ClearTransfers();
+    dir.MakeUnreadable("link2");
+    const auto port2 = Make8863(2);
+    EXPECT_EQ(port2->GetPortLinkState(), LinkState::Unknown);
+    EXPECT_EQ(port2->GetPortLinkSpeed(), LinkSpeed::Unknown);
+    EXPECT_EQ(capture.Count(3, "Could not read '" + dir.Path("link2") + "': Is a directory"), 4U);
+    EXPECT_TRUE(spi8863.Transfers().empty());
+}
+
+// Identity mismatches log with the KSZ8863's name for both chips; an
+// unreadable identity throws the ID0 text for both registers.
+TEST_F(SpiSwitchPort, ChipCheckFailuresStopSetUp)
+{
+    const struct {
+        bool is8794;
+        std::uint8_t id0;
+        std::uint8_t id1;
+        int failingRead;
+        const std::type_info& type;
+        const char* thrown;
+        std::string logged;
+    } cases[] = {
+        {true, 0x88, 0x61, -1, typeid(NotSupportedException), "KSZ8794: Chip id0 mismatch.", "KSZ8863: Chip id0 mismatch. 136"},
+        {true, 0x87, 0x31, -1, typeid(NotSupportedException), "KSZ8794: Chip id1 mismatch.", "KSZ8863: Chip id1 mismatch. 48"},
+        {false, 0x87, 0x31, -1, typeid(NotSupportedException), "KSZ8863: Chip id0 mismatch.", "KSZ8863: Chip id0 mismatch. 135"},
+        {false, 0x88, 0x61, -1, typeid(NotSupportedException), "KSZ8863: Chip id1 mismatch.", "KSZ8863: Chip id1 mismatch. 96"},
+        {true, 0x87, 0x61, 0x00, typeid(InvalidOperationException), "Could not read driver KSZ8863_REG_CHIP_ID0.", Failed8794},
+        {true, 0x87, 0x61, 0x01, typeid(InvalidOperationException), "Could not read driver KSZ8863_REG_CHIP_ID0.", Failed8794},
+        {false, 0x88, 0x31, 0x00, typeid(InvalidOperationException), "Could not read driver KSZ8863_REG_CHIP_ID0.", Failed8863},
+        {false, 0x88, 0x31, 0x01, typeid(InvalidOperationException), "Could not read driver KSZ8863_REG_CHIP_ID0.", Failed8863},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.logged);
+        capture.Sink().Clear();
+        SpiEmulator chip = (c.is8794 ? SpiEmulator::Ksz8794() : SpiEmulator::Ksz8863()).Register(0, c.id0).Register(1, c.id1);
+        if (c.failingRead >= 0) {
+            chip.FailReadsOf(static_cast<unsigned int>(c.failingRead));
+        }
+        const SpiDevice device = chip.Build(c.is8794 ? Node8794 : Node8863);
+        try {
+            c.is8794 ? (void)Make8794(1) : (void)Make8863(1);
+            ADD_FAILURE() << "accepted";
+        } catch (const Exception& e) {
+            EXPECT_EQ(typeid(e), c.type);
+            EXPECT_EQ(e.GetMessage(), c.thrown);
+        }
+        EXPECT_EQ(capture.Count(3, c.logged), 1U);
+        TearDown();
+    }
+}
+
+TEST_F(SpiSwitchPort, RefusedBeforeTheDeviceIsOpened)
+{
+    ExpectThrow<InvalidOperationException>([this] { Make8794(1); }, "Could not open driver '" + Node8794 + "'.");
+    EXPECT_EQ(Ksz8794::fdSpi, -1);
+
+    const SpiDevice spi8794 = SpiEmulator::Ksz8794().Build(Node8794);
+    const SpiDevice spi8863 = SpiEmulator::Ksz8863().Build(Node8863);
+    for (unsigned int port : {0U, 3U}) {
+        const std::string message = ArgumentException::Create("port", port, "unsupported").GetMessage();
+        ExpectThrow<ArgumentException>([&] { Make8794(port); }, message);
+        // No link line is configured for these ports: reading one would throw another exception.
+        ExpectThrow<ArgumentException>([&] { Make8863(port); }, message);
+    }
+    dir.Remove("link1");
+    ExpectThrow<InvalidOperationException>([this] { Make8863(1); },
+                                           "Could not open '" + dir.Path("link1") + "': No such file or directory");
+    EXPECT_EQ(spi8794.OpenCount(), 0);
+    EXPECT_EQ(spi8863.OpenCount(), 0);
+}
+
+// After a failed chip check the device stays open and later ports skip the
+// check; the first destructor closes the one device of all ports.
+TEST_F(SpiSwitchPort, OneDeviceForAllPortsThatTheFirstDestructorCloses)
+{
+    SpiDevice spi8794 = SpiEmulator::Ksz8794().Register(0x00, 0x00).Register(0x2E, 0x20).Build(Node8794);
+    SpiDevice spi8863 = SpiEmulator::Ksz8863().Register(0x00, 0x87).Register(0x2F, 0x06).Build(Node8863);
+    EXPECT_THROW(Make8794(1), NotSupportedException);
+    EXPECT_THROW(Make8863(1), NotSupportedException);
+    spi8794.ClearTransfers();
+    spi8863.ClearTransfers();
+    auto a1 = Make8794(2);
+    auto a2 = Make8794(2);
+    auto b1 = Make8863(2);
+    auto b2 = Make8863(2);
+    EXPECT_TRUE(spi8794.Transfers().empty());
+    EXPECT_TRUE(spi8863.Transfers().empty());
+    EXPECT_EQ(a2->GetPortLinkState(), LinkState::Up);
+    EXPECT_EQ(b2->GetPortLinkSpeed(), LinkSpeed::Speed100);
+
+    const long before = Zel::Test::Ports::OpenDescriptorCount();
+    a1.reset();
+    b1.reset();
+    EXPECT_EQ(Zel::Test::Ports::OpenDescriptorCount(), before - 3) << "both devices and b1's link line";
+    EXPECT_EQ(Ksz8794::fdSpi, -1);
+    EXPECT_EQ(Ksz8863::fdSpi, -1);
+    EXPECT_EQ(a2->GetPortLinkState(), LinkState::Unknown);
+    EXPECT_EQ(a2->GetPortLinkDuplex(), LinkDuplex::Unknown);
+    EXPECT_EQ(b2->GetPortLinkState(), LinkState::Up) << "from its own link line";
+    EXPECT_EQ(b2->GetPortLinkSpeed(), LinkSpeed::Unknown);
+    EXPECT_EQ(capture.Count(3, NoHandle), 3U);
+    a2.reset();
+    b2.reset();
+    EXPECT_EQ(Zel::Test::Ports::OpenDescriptorCount(), before - 4);
+    EXPECT_EQ(spi8794.OpenCount(), 1);
+    EXPECT_EQ(spi8863.OpenCount(), 1);
+}
+
+} // namespace
