@@ -1,12 +1,17 @@
 // EthernetInfoModule against the real kernel: ethinfo.scenario gives the
 // sandbox eth0, eth1 and eth2 (veth pairs with known MACs); eth3 does not
 // exist. Set-up finds them with getifaddrs, reads their MACs with
-// SIOCGIFHWADDR and builds real port objects on their sysfs and flags.
+// SIOCGIFHWADDR and builds real port objects on their sysfs and flags; the
+// last test does the same through the built plug-in, as the framework would.
+// The text conversions of a table line come first.
 #include "Modules/Nim/Linux/EthernetInfoModule.hpp"
 
 #include "MemoryLogSink.hpp"
 #include "Sandbox.hpp"
 
+#include <Zel/Hardware/Commons/Modules/SharedModuleLibraryLoader.hpp>
+#include <Zel/Hardware/Nim/Modules/IEthernetInfoModule.hpp>
+#include <Zel/System/Commons/AppDomain.hpp>
 #include <Zel/System/Commons/Exception.hpp>
 
 #include <gtest/gtest.h>
@@ -50,11 +55,6 @@ ModuleSettings Settings(const std::vector<Line>& lines, const char* mandatory = 
     return settings;
 }
 
-bool Has(const std::vector<BasicString>& names, const char* name)
-{
-    return std::find(names.begin(), names.end(), name) != names.end();
-}
-
 class EthernetInfoSetup : public ::testing::Test {
 protected:
     void SetUp() override { ZEL_REQUIRE_SANDBOX(); }
@@ -63,6 +63,29 @@ protected:
     Zel::Test::LogCapture capture{8};
     EthernetInfoModule module;
 };
+
+TEST_F(EthernetInfoSetup, InterfaceTypeTextsAreTheFrameworkNames)
+{
+    const std::pair<const char*, NetworkInterfaceType> known[] = {
+        {"Unknown", NetworkInterfaceType::Unknown},   {"Ethernet", NetworkInterfaceType::Ethernet},
+        {"Fieldbus", NetworkInterfaceType::Fieldbus}, {"Service", NetworkInterfaceType::Service},
+        {"Internal", NetworkInterfaceType::Internal}, {"Wireless", NetworkInterfaceType::Wireless},
+    };
+    for (const auto& [text, type] : known) {
+        EXPECT_EQ(module.ConvertNetworkInterfaceType(text), type) << text;
+    }
+    EXPECT_THROW(module.ConvertNetworkInterfaceType("1"), ArgumentException) << "texts only, no numbers";
+}
+
+TEST_F(EthernetInfoSetup, PortModesAreExactAndTheObjectCarriesItsPublicName)
+{
+    const auto port = module.CreateEthPortInfo("unsupported", 1, 1, "eth0", ModuleSettings(), "X1");
+    ASSERT_NE(port, nullptr);
+    EXPECT_EQ(port->publicName, "X1");
+    EXPECT_EQ(port->GetPortLinkState(), LinkState::Unknown);
+    EXPECT_EQ(static_cast<int>(port->GetPortLinkSpeed()), 0) << "unknown speed is 0, unknown state 255";
+    EXPECT_THROW(module.CreateEthPortInfo("unsupported ", 1, 1, "eth0", ModuleSettings(), ""), ArgumentException);
+}
 
 TEST_F(EthernetInfoSetup, EachLineBecomesADeviceWithKernelMacAndPortObjects)
 {
@@ -106,9 +129,9 @@ TEST_F(EthernetInfoSetup, BadDeviceAndPortNumbersThrowTheVectorsOutOfRange)
     for (unsigned int device : {0U, 3U}) {
         EXPECT_THROW(module.GetInterfaceName(device), std::out_of_range);
         EXPECT_THROW(module.GetMacAddress(device), std::out_of_range);
+        EXPECT_THROW(module.GetPublicInterfaceName(device), std::out_of_range);
         EXPECT_THROW(module.GetPortCount(device), std::out_of_range);
         EXPECT_THROW(module.GetInterfaceType(device), std::out_of_range);
-        EXPECT_THROW(module.GetPortLinkSpeed(device, 1), std::out_of_range);
     }
     try {
         module.GetInterfaceName(3);
@@ -116,8 +139,8 @@ TEST_F(EthernetInfoSetup, BadDeviceAndPortNumbersThrowTheVectorsOutOfRange)
     } catch (const std::out_of_range& e) {
         EXPECT_STREQ(e.what(), "vector::_M_range_check: __n (which is 2) >= this->size() (which is 2)");
     }
-    // Device 1 has one port, device 2 none.
-    for (auto [device, port] : {std::pair{1U, 0U}, {1U, 2U}, {2U, 1U}}) {
+    // Device 1 has one port, device 2 none; device 3 does not exist.
+    for (auto [device, port] : {std::pair{1U, 0U}, {1U, 2U}, {2U, 1U}, {3U, 1U}}) {
         EXPECT_THROW(module.GetPortLinkState(device, port), std::out_of_range);
         EXPECT_THROW(module.GetPortLinkSpeed(device, port), std::out_of_range);
         EXPECT_THROW(module.GetPortLinkDuplex(device, port), std::out_of_range);
@@ -149,9 +172,17 @@ TEST_F(EthernetInfoSetup, AMissingInterfaceEndsTheTableAndFailsOnlyWhenMandatory
         EXPECT_EQ(fresh.GetDeviceCount(), 1U);
     }
 
-    // A table that runs to its end is never held against the count.
+    // A table that runs to its end, or no table, is never held against the count.
     Setup(Settings({lines[0]}, "9"));
     EXPECT_EQ(module.GetDeviceCount(), 1U);
+    ModuleSettings noTable;
+    noTable.AddSetting("mandatoryInterfaces", "0x5");
+    EthernetInfoModule fresh;
+    capture.Sink().Clear();
+    fresh.SetupSettings(noTable, HardwareModuleProvider());
+    EXPECT_EQ(fresh.GetDeviceCount(), 0U);
+    EXPECT_TRUE(capture.Contains(7, "Mandatory interfaces: 5"));
+    EXPECT_TRUE(capture.Contains(7, "Found interface lo")) << "the interface list is read even without a table";
 }
 
 TEST_F(EthernetInfoSetup, PortNamesAreSplitAtSemicolonsAndTrimmed)
@@ -186,20 +217,15 @@ TEST_F(EthernetInfoSetup, ChecksOfALineRunInOrderAndAFailingLineLeavesNoEntry)
         const std::type_info& type;
         const char* message;
     } cases[] = {
-        {{"3", "X2", "eth3", "0", "unsupported", "", "Ethernet"},
-         typeid(InvalidConfigException),
+        {{"3", "X2", "eth3", "0", "unsupported", "", "Ethernet"}, typeid(InvalidConfigException),
          "Wrong interface index 3 found, expected 2"},
-        {{"2", "X2", "eth1", "2", "SysFile", "X1", "Bogus"},
-         typeid(InvalidConfigException),
+        {{"2", "X2", "eth1", "2", "SysFile", "X1", "Bogus"}, typeid(InvalidConfigException),
          "Number of port names 1 does not match port count! 2"},
-        {{"2", "X2", "eth1", "1", "SysFile", "", "Bogus"},
-         typeid(ArgumentException),
+        {{"2", "X2", "eth1", "1", "SysFile", "", "Bogus"}, typeid(ArgumentException),
          "Invalid argument 'mode' = 'SysFile': Unknown mode"},
-        {{"2", "X2", "eth1", "1", "sysFile", "", "Bogus"},
-         typeid(InvalidConfigException),
+        {{"2", "X2", "eth1", "1", "sysFile", "", "Bogus"}, typeid(InvalidConfigException),
          "Setting 'path.2.1.sysFile' is not configured"},
-        {{"2", "X2", "eth1", "1", "unsupported", "", "ethernet"},
-         typeid(ArgumentException),
+        {{"2", "X2", "eth1", "1", "unsupported", "", "ethernet"}, typeid(ArgumentException),
          "Invalid argument 'NetworkInterfaceType' = 'ethernet': Unknown network interface type"},
     };
     for (const auto& c : cases) {
@@ -221,18 +247,17 @@ TEST_F(EthernetInfoSetup, InterfaceListIsTheKernelsCurrentOne)
     Zel::Test::NetSandbox().Veth("eth9", "eth9p").Up();
     Setup(Settings({{"1", "X9", "eth9", "0", "unsupported", "", "Ethernet"}}));
 
-    const std::vector<BasicString> before = module.GetListOfInterfaceNames();
-    ASSERT_FALSE(before.empty());
-    EXPECT_EQ(before.front(), "lo");
-    EXPECT_TRUE(Has(before, "eth2")); // not configured
-    EXPECT_TRUE(Has(before, "eth9"));
-
+    const auto has = [this](const char* name) {
+        const std::vector<BasicString> names = module.GetListOfInterfaceNames();
+        return std::find(names.begin(), names.end(), name) != names.end();
+    };
+    EXPECT_EQ(module.GetListOfInterfaceNames().front(), "lo");
+    EXPECT_TRUE(has("eth2")) << "not configured";
+    EXPECT_TRUE(has("eth9"));
     Zel::Test::NetSandbox().Delete("eth9");
-    const std::vector<BasicString> after = module.GetListOfInterfaceNames();
-    EXPECT_FALSE(Has(after, "eth9"));
-    EXPECT_TRUE(Has(after, "lo"));
-    // The table is not re-read.
-    EXPECT_EQ(module.GetInterfaceName(1), "eth9");
+    EXPECT_FALSE(has("eth9"));
+    EXPECT_TRUE(has("lo"));
+    EXPECT_EQ(module.GetInterfaceName(1), "eth9") << "the table is not re-read";
 }
 
 TEST_F(EthernetInfoSetup, PortLinkStateFollowsTheCable)
@@ -253,8 +278,6 @@ TEST_F(EthernetInfoSetup, PortLinkStateFollowsTheCable)
 
     Zel::Test::NetSandbox().SetLinkDown("eth2p");
     EXPECT_TRUE(stateIs(2, LinkState::Down));
-    Zel::Test::NetSandbox().SetLinkUp("eth2p");
-    EXPECT_TRUE(stateIs(2, LinkState::Up));
 }
 
 TEST_F(EthernetInfoSetup, I210EthtoolSpeedAndDuplexPassThrough)
@@ -262,6 +285,29 @@ TEST_F(EthernetInfoSetup, I210EthtoolSpeedAndDuplexPassThrough)
     Setup(Settings({{"1", "X1", "eth1", "1", "i210Driver", "", "Ethernet"}}));
     EXPECT_EQ(module.GetPortLinkSpeed(1, 1), LinkSpeed::Unknown);
     EXPECT_EQ(module.GetPortLinkDuplex(1, 1), LinkDuplex::Full);
+}
+
+TEST_F(EthernetInfoSetup, ThePluginCreatesTheModuleByNameAndSetsItUpFromModuleSettings)
+{
+    using Zel::Hardware::Nim::Modules::IEthernetInfoModule;
+    Zel::Hardware::Commons::Modules::SharedModuleLibraryLoader loader(
+        ZEL_NIM_PLUGIN_FILE, Zel::System::Commons::AppDomain::GetInstance());
+    auto created = loader.CreateModule("Zel.Hardware.Nim.Modules.IEthernetInfoModule");
+    auto* info = dynamic_cast<IEthernetInfoModule*>(created.get());
+    ASSERT_NE(info, nullptr);
+    ModuleSettings settings = Settings({{"1", "X1", "eth0", "1", "sysFile", "P1", "Fieldbus"}}, "1");
+    settings.AddSetting("path.1.1.sysFile", "/sys/class/net/eth0/");
+    info->SetupSettings(settings, HardwareModuleProvider());
+
+    EXPECT_EQ(info->GetDeviceCount(), 1U);
+    EXPECT_EQ(info->GetMacAddress(1), "02:0A:1B:2C:3D:4E");
+    EXPECT_EQ(info->GetInterfaceType(1), NetworkInterfaceType::Fieldbus);
+    EXPECT_EQ(info->GetPortPublicName(1, 1), "P1");
+    EXPECT_TRUE(Zel::Test::WaitUntil([&] { return info->GetPortLinkState(1, 1) == LinkState::Up; }, 5s));
+    // The plug-in logs through the host's log manager.
+    EXPECT_TRUE(capture.Contains(8, "Ethernet Device 1: Public Name 'X1', Name 'eth0', MAC 02:0A:1B:2C:3D:4E, 1 Ports."));
+    info->Dispose();
+    created.reset(); // before the loader unloads the library
 }
 
 } // namespace
