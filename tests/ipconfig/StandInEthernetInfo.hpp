@@ -1,7 +1,8 @@
-// A stand-in for the Ethernet information module, the IP configuration
-// module's source of interface names: a fixed list of names, and a choice
-// between throwing std::out_of_range for a bad device number (as the real
-// module does) and answering a name for any number (so the IP configuration
+// A stand-in for the Ethernet information module, the source of interface
+// names for the IP configuration and IP status modules: a fixed list of
+// names, a device count that may differ from the list's length, and a choice
+// between throwing std::out_of_range for a number outside the list (as the
+// real module does) and answering "eth<n>" for it (so that the using
 // module's own range test can be seen).
 #pragma once
 
@@ -12,24 +13,24 @@
 #include <utility>
 #include <vector>
 
-namespace Zel::Test::IpConfig {
+namespace Zel::Test {
 
 using Zel::System::Commons::BasicString;
+namespace Nim = Zel::Hardware::Nim;
 
 class StandInEthernetInfo
-    : public Zel::Hardware::Commons::Modules::HardwareModuleBase<Zel::Hardware::Nim::Modules::IEthernetInfoModule,
+    : public Zel::Hardware::Commons::Modules::HardwareModuleBase<Nim::Modules::IEthernetInfoModule,
                                                                  StandInEthernetInfo> {
 public:
     enum class BadNumber { Throws, AnswersName };
 
     StandInEthernetInfo(std::vector<BasicString> names, BadNumber badNumber)
-        : names(std::move(names)), badNumber(badNumber), deviceCount(static_cast<unsigned int>(this->names.size()))
+        : deviceCount(static_cast<unsigned int>(names.size())), names(std::move(names)), badNumber(badNumber)
     {
     }
 
-    // The count the module reports, apart from the names it knows.
-    void SetDeviceCount(unsigned int count) { deviceCount = count; }
-    unsigned int NameQueries() const { return nameQueries; }
+    unsigned int deviceCount; // what GetDeviceCount answers
+    mutable unsigned int nameQueries = 0;
 
     void SetupSettings(const Zel::Hardware::Commons::Modules::ModuleSettings&,
                        const Zel::Hardware::Commons::Modules::HardwareModuleProvider&) override
@@ -37,9 +38,7 @@ public:
     }
     void Dispose() override {}
     bool IsEnabled() const override { return true; }
-
     unsigned int GetDeviceCount() const override { return deviceCount; }
-    unsigned int GetPortCount(unsigned int) const override { return 0; }
     BasicString GetInterfaceName(unsigned int device) const override
     {
         ++nameQueries;
@@ -51,32 +50,23 @@ public:
         }
         return "eth" + std::to_string(device);
     }
+    std::vector<BasicString> GetListOfInterfaceNames() const override { return names; }
+
+    unsigned int GetPortCount(unsigned int) const override { return 0; }
     BasicString GetMacAddress(unsigned int) const override { return {}; }
-    Zel::Hardware::Nim::LinkState GetPortLinkState(unsigned int, unsigned int) const override
-    {
-        return Zel::Hardware::Nim::LinkState::Unknown;
-    }
-    Zel::Hardware::Nim::LinkSpeed GetPortLinkSpeed(unsigned int, unsigned int) const override
-    {
-        return Zel::Hardware::Nim::LinkSpeed::Unknown;
-    }
-    Zel::Hardware::Nim::LinkDuplex GetPortLinkDuplex(unsigned int, unsigned int) const override
-    {
-        return Zel::Hardware::Nim::LinkDuplex::Unknown;
-    }
+    Nim::LinkState GetPortLinkState(unsigned int, unsigned int) const override { return Nim::LinkState::Unknown; }
+    Nim::LinkSpeed GetPortLinkSpeed(unsigned int, unsigned int) const override { return Nim::LinkSpeed::Unknown; }
+    Nim::LinkDuplex GetPortLinkDuplex(unsigned int, unsigned int) const override { return Nim::LinkDuplex::Unknown; }
     BasicString GetPublicInterfaceName(unsigned int) const override { return {}; }
     BasicString GetPortPublicName(unsigned int, unsigned int) const override { return {}; }
-    Zel::Hardware::Nim::NetworkInterfaceType GetInterfaceType(unsigned int) const override
+    Nim::NetworkInterfaceType GetInterfaceType(unsigned int) const override
     {
-        return Zel::Hardware::Nim::NetworkInterfaceType::Ethernet;
+        return Nim::NetworkInterfaceType::Ethernet;
     }
-    std::vector<BasicString> GetListOfInterfaceNames() const override { return names; }
 
 private:
     std::vector<BasicString> names;
     BadNumber badNumber;
-    unsigned int deviceCount;
-    mutable unsigned int nameQueries = 0;
 };
 
-} // namespace Zel::Test::IpConfig
+} // namespace Zel::Test

@@ -1,8 +1,11 @@
-// File helpers for the IP configuration tests: a private temporary directory
-// per test and whole-file reads and writes that keep every byte.
+// Helpers for the IP configuration tests: a private temporary directory per
+// test, whole-file reads and writes that keep every byte, exception texts.
 #pragma once
 
+#include <Zel/System/Commons/BasicString.hpp>
+
 #include <filesystem>
+#include <functional>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -10,8 +13,6 @@
 #include <vector>
 
 #include <stdlib.h>
-
-#include <Zel/System/Commons/BasicString.hpp>
 
 namespace Zel::Test::IpConfig {
 
@@ -51,9 +52,7 @@ inline std::string ReadFile(const std::string& path)
 inline void WriteFile(const std::string& path, const std::string& content)
 {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << content;
-    out.close();
-    if (!out) {
+    if (!(out << content).flush()) {
         throw std::runtime_error("cannot write " + path);
     }
 }
@@ -65,11 +64,19 @@ inline bool Exists(const std::string& path)
 }
 
 // The parameter order the IP configuration module hands its file access.
-inline const std::vector<Zel::System::Commons::BasicString>& ParameterOrder()
+inline const std::vector<Zel::System::Commons::BasicString> parameterOrder{"address", "netmask", "gateway",
+                                                                         "dns-nameservers"};
+
+// The what() of the ExceptionType that call throws.
+template <typename ExceptionType>
+std::string MessageOf(const std::function<void()>& call)
 {
-    static const std::vector<Zel::System::Commons::BasicString> order{"address", "netmask", "gateway",
-                                                                     "dns-nameservers"};
-    return order;
+    try {
+        call();
+    } catch (const ExceptionType& e) {
+        return e.what();
+    }
+    return "<nothing thrown>";
 }
 
 } // namespace Zel::Test::IpConfig
