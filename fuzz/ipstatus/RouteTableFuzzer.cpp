@@ -13,101 +13,32 @@
 // input) and whether a default-route line is appended (bit 2); then, when
 // chosen, a length byte and the name; then, when appended, four bytes of the
 // gateway; the rest is the table.
-#include "Modules/Commons/Linux/IpStatusSocketAccess.hpp"
+#include "fuzz/ipconfig/FuzzSupport.hpp"
 
-#include <Zel/System/Commons/AppDomain.hpp>
-#include <Zel/System/Commons/Logging/LogManager.hpp>
-#include <Zel/System/Commons/Logging/LogSink.hpp>
+#include "Modules/Commons/Linux/IpStatusSocketAccess.hpp"
 
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <memory>
-#include <string>
-#include <string_view>
-
-#include <stdlib.h>
-#include <unistd.h>
-
 namespace {
 
+using Zel::Fuzz::Check;
 using Zel::Hardware::Modules::Commons::Linux::IpStatusSocketAccess;
 using Zel::System::Commons::BasicString;
 
-// Every message is formatted (level 8) but goes nowhere.
-class DiscardSink : public Zel::System::Commons::Logging::ILogSink {
-public:
-    void Write(int, std::string_view, std::string_view) override {}
-};
+std::string file;
+std::unique_ptr<IpStatusSocketAccess> socketAccess;
 
-struct Environment {
-    std::unique_ptr<Zel::System::Commons::AppDomain> appDomain;
-    std::string directory;
-    std::string file;
-    std::unique_ptr<IpStatusSocketAccess> access;
-};
-
-Environment& Env()
+std::string DottedQuad(unsigned a, unsigned b, unsigned c, unsigned d)
 {
-    static Environment environment;
-    return environment;
+    return fmt::format("{}.{}.{}.{}", a, b, c, d);
 }
-
-void RemoveDirectory()
-{
-    std::error_code ignored;
-    std::filesystem::remove_all(Env().directory, ignored);
-}
-
-void Check(bool condition, const char* what, const std::string& detail = std::string())
-{
-    if (!condition) {
-        std::fprintf(stderr, "ipstatus fuzz property violated: %s %s\n", what, detail.c_str());
-        std::abort();
-    }
-}
-
-class Input {
-public:
-    Input(const std::uint8_t* data, std::size_t size) : data(data), size(size) {}
-
-    std::uint8_t Byte() { return position < size ? data[position++] : 0; }
-
-    std::string Counted()
-    {
-        const std::size_t length = std::min<std::size_t>(Byte(), size - position);
-        std::string text(reinterpret_cast<const char*>(data + position), length);
-        position += length;
-        return text;
-    }
-
-    std::string Rest()
-    {
-        std::string text(reinterpret_cast<const char*>(data + position), size - position);
-        position = size;
-        return text;
-    }
-
-private:
-    const std::uint8_t* data;
-    std::size_t size;
-    std::size_t position = 0;
-};
 
 bool IsDottedQuad(const std::string& text)
 {
-    unsigned int octets[4] = {};
+    unsigned int o[4] = {};
     char end = '\0';
-    if (std::sscanf(text.c_str(), "%3u.%3u.%3u.%3u%c", &octets[0], &octets[1], &octets[2], &octets[3], &end) != 4) {
-        return false;
-    }
-    return std::all_of(std::begin(octets), std::end(octets), [](unsigned int octet) { return octet <= 255; }) &&
-           fmt::format("{}.{}.{}.{}", octets[0], octets[1], octets[2], octets[3]) == text;
+    return std::sscanf(text.c_str(), "%3u.%3u.%3u.%3u%c", &o[0], &o[1], &o[2], &o[3], &end) == 4 &&
+           std::max({o[0], o[1], o[2], o[3]}) <= 255 && DottedQuad(o[0], o[1], o[2], o[3]) == text;
 }
 
 const char* const fixedNames[] = {"eth0", "ipstatus-abcdef", "ipstatus-abcdef-longer"};
@@ -116,67 +47,40 @@ const char* const fixedNames[] = {"eth0", "ipstatus-abcdef", "ipstatus-abcdef-lo
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
-    Environment& env = Env();
-    env.appDomain = std::make_unique<Zel::System::Commons::AppDomain>();
-    auto logManager = std::make_shared<Zel::System::Commons::Logging::LogManager>(8);
-    logManager->SetSink(std::make_shared<DiscardSink>());
-    env.appDomain->AddSingleton(logManager);
-
-    const char* base = ::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : std::getenv("TMPDIR");
-    std::string pattern = std::string(base != nullptr ? base : "/tmp") + "/zel-ipstatus-fuzz-XXXXXX";
-    Check(::mkdtemp(pattern.data()) != nullptr, "mkdtemp");
-    env.directory = pattern;
-    env.file = pattern + "/route";
-    env.access = std::make_unique<IpStatusSocketAccess>(BasicString(env.file));
-    std::atexit(RemoveDirectory);
+    file = Zel::Fuzz::SetUp("route");
+    socketAccess = std::make_unique<IpStatusSocketAccess>(BasicString(file));
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    Environment& env = Env();
-    Input input(data, size);
+    Zel::Fuzz::Input input(data, size);
     const std::uint8_t selector = input.Byte();
-    const unsigned nameChoice = selector & 3u;
-    const bool appendDefaultRoute = (selector & 4u) != 0;
-    const std::string name = nameChoice < 3 ? std::string(fixedNames[nameChoice]) : input.Counted();
+    const std::string name = (selector & 3u) < 3 ? std::string(fixedNames[selector & 3u]) : input.Counted();
     std::uint32_t gateway = 0;
-    if (appendDefaultRoute) {
-        for (int i = 0; i < 4; ++i) {
-            gateway = (gateway << 8) | input.Byte();
-        }
+    for (int i = 0; i < 4 && (selector & 4u) != 0; ++i) {
+        gateway = (gateway << 8) | input.Byte();
     }
     std::string table = input.Rest();
-
     // The appended line fits one piece and starts one, so it is read as a
     // line of its own, and it is the file's last.
-    const bool nameFitsALine = !name.empty() && name.size() < 40 && name.find_first_of("\t\n", 0) == std::string::npos &&
-                               name.find('\0') == std::string::npos;
-    const bool appended = appendDefaultRoute && nameFitsALine;
+    const bool appended = (selector & 4u) != 0 && !name.empty() && name.size() < 40 &&
+                          name.find_first_of(std::string_view("\t\n\0", 3)) == std::string::npos;
     if (appended) {
         table += fmt::format("\n{}\t00000000\t{:08X}\t0003\t0\t0\t0\t00000000\t0\t0\t0\n", name, gateway);
     }
-    {
-        std::ofstream out(env.file, std::ios::binary | std::ios::trunc);
-        out << table;
-        out.close();
-        Check(static_cast<bool>(out), "could not write the table");
-    }
+    Zel::Fuzz::WriteAll(file, table);
 
     BasicString result("unchanged");
-    const int status = env.access->GetCurrentDefaultGateway(1, 1, BasicString(name), result);
+    const int status = socketAccess->GetCurrentDefaultGateway(1, 1, BasicString(name), result);
     Check(status == 0, "status", std::to_string(status));
     Check(IsDottedQuad(result), "result is no dotted quad:", result);
-
     // The name as the table comparison sees it: up to its first NUL byte.
     const std::string compared(name.c_str());
-    if (compared.empty() || table.find(compared) == std::string::npos) {
-        Check(result == "0.0.0.0", "name absent from the table but a gateway found:", result);
-    }
-    if (appended) {
-        const std::string expected = fmt::format("{}.{}.{}.{}", gateway & 0xFFu, (gateway >> 8) & 0xFFu,
-                                                 (gateway >> 16) & 0xFFu, gateway >> 24);
-        Check(result == expected, "the last default route did not win:", result + " != " + expected);
-    }
+    Check(!(compared.empty() || table.find(compared) == std::string::npos) || result == "0.0.0.0",
+          "name absent from the table but a gateway found:", result);
+    const std::string expected =
+        DottedQuad(gateway & 0xFFu, (gateway >> 8) & 0xFFu, (gateway >> 16) & 0xFFu, gateway >> 24);
+    Check(!appended || result == expected, "the last default route did not win:", result + " != " + expected);
     return 0;
 }
