@@ -1,53 +1,88 @@
-// Runs the nimhost executable as a user would (through the cross emulator in
-// the armhf build) and collects what it prints, with bounded deadlines.
+// Runs the nimhost executable as a user would, through the shell (and the
+// cross emulator in the armhf build), with its output in temporary files.
 #pragma once
 
-#include <chrono>
-#include <optional>
+#include "Sandbox.hpp"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
 #include <string>
-#include <sys/types.h>
 #include <vector>
 
 namespace Zel::Test {
 
+inline std::string ReadFile(const std::string& path)
+{
+    std::ostringstream text;
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    return text.str();
+}
+
+inline void WriteFile(const std::string& path, const std::string& content)
+{
+    if (!(std::ofstream(path, std::ios::binary | std::ios::trunc) << content)) {
+        throw std::runtime_error("cannot write " + path);
+    }
+}
+
+// A directory under /tmp, removed with everything in it.
+class TempDirectory {
+public:
+    TempDirectory() : path((std::filesystem::temp_directory_path() / "nimhost-test-XXXXXX").string())
+    {
+        if (::mkdtemp(path.data()) == nullptr) {
+            throw std::runtime_error("mkdtemp failed");
+        }
+    }
+    ~TempDirectory()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(path, ignored);
+    }
+    TempDirectory(const TempDirectory&) = delete;
+    TempDirectory& operator=(const TempDirectory&) = delete;
+
+    std::string Path(const std::string& name) const { return path + "/" + name; }
+    // Writes the file and returns its full path.
+    std::string Write(const std::string& name, const std::string& content) const
+    {
+        WriteFile(Path(name), content);
+        return Path(name);
+    }
+
+private:
+    std::string path;
+};
+
+// The shell command that runs nimhost with these arguments, killed after 60 s
+// (the cross build runs it under qemu).
+inline std::string NimhostCommand(const std::vector<std::string>& arguments)
+{
+    std::string command = "timeout -s KILL 60 " NIMHOST_COMMAND;
+    for (const auto& word : arguments) {
+        command += " '";
+        for (const char c : word) {
+            command += c == '\'' ? std::string("'\\''") : std::string(1, c);
+        }
+        command += "'";
+    }
+    return command;
+}
+
 struct NimhostResult {
-    // Exit code; 128+N when killed by signal N, -1 when it did not end in time.
-    int exitCode = -1;
+    int exitCode; // 137 when it did not end in time
     std::string out;
     std::string err;
 };
 
-// A running nimhost with its standard output and error on pipes.
-class NimhostProcess {
-public:
-    explicit NimhostProcess(const std::vector<std::string>& arguments);
-    ~NimhostProcess();
-    NimhostProcess(const NimhostProcess&) = delete;
-    NimhostProcess& operator=(const NimhostProcess&) = delete;
-
-    // The next line of standard output (without its line feed); empty when
-    // none arrived before the deadline or the output ended.
-    std::optional<std::string> ReadLine(std::chrono::milliseconds deadline);
-
-    void Signal(int signalNumber) const;
-
-    // Reads the rest of the output and waits for the end; kills the process
-    // when it has not ended by the deadline (exitCode -1).
-    NimhostResult Wait(std::chrono::milliseconds deadline);
-
-private:
-    // Reads what is there, waiting at most until `until`; false when both
-    // pipes are closed.
-    bool Pump(std::chrono::steady_clock::time_point until);
-
-    pid_t pid = -1;
-    int outFd = -1;
-    int errFd = -1;
-    std::string outBuffer;
-    std::string errBuffer;
-};
-
-// Runs nimhost to its end (deadline 60 s: the cross build runs it under qemu).
-NimhostResult RunNimhost(const std::vector<std::string>& arguments);
+inline NimhostResult RunNimhost(const std::vector<std::string>& arguments)
+{
+    const TempDirectory output;
+    const int code = Run(NimhostCommand(arguments) + " >" + output.Path("out") + " 2>" + output.Path("err"));
+    return {code, ReadFile(output.Path("out")), ReadFile(output.Path("err"))};
+}
 
 } // namespace Zel::Test
