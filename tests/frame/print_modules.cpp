@@ -14,24 +14,17 @@
 
 int main(int argc, char** argv)
 {
-    using Zel::Hardware::Commons::Modules::SharedModuleLibraryLoader;
-    using Zel::System::Commons::AppDomain;
-    using Zel::System::Commons::BasicString;
-    using Zel::System::Commons::Logging::LogManager;
-
     if (argc > 2) {
         fmt::print(stderr, "usage: {} [plug-in file]\n", argv[0]);
         return 2;
     }
-    const BasicString plugin = argc == 2 ? BasicString(argv[1]) : BasicString(ZEL_PLUGIN_FILE);
-
-    AppDomain appDomain;
-    appDomain.AddSingleton(std::make_shared<LogManager>());
+    Zel::System::Commons::AppDomain appDomain;
+    appDomain.AddSingleton(std::make_shared<Zel::System::Commons::Logging::LogManager>());
     try {
-        SharedModuleLibraryLoader loader(plugin, appDomain);
-        fmt::print("Plug-in: {}\n", loader.GetFileName());
+        Zel::Hardware::Commons::Modules::SharedModuleLibraryLoader loader(argc == 2 ? argv[1] : ZEL_PLUGIN_FILE,
+                                                                          appDomain);
         const auto names = loader.GetModuleNames();
-        fmt::print("Registered modules ({}):\n", names.size());
+        fmt::print("Plug-in: {}\nRegistered modules ({}):\n", loader.GetFileName(), names.size());
         for (const auto& name : names) {
             fmt::print("  {}\n", name);
         }

@@ -15,21 +15,15 @@
 #include <vector>
 
 namespace Zel::Test::DomainSubjects {
-class WithoutDomain {};
-class WithoutLogManager {};
+class Channel {};
 } // namespace Zel::Test::DomainSubjects
 
 namespace {
 
-using namespace Zel::Test::DomainSubjects;
-using Zel::System::Commons::AppDomain;
-using Zel::System::Commons::InvalidOperationException;
-using Zel::System::Commons::Logging::ILogSink;
-using Zel::System::Commons::Logging::Loggable;
-using Zel::System::Commons::Logging::LogManager;
-using ::testing::ElementsAre;
-using ::testing::StrEq;
-using ::testing::ThrowsMessage;
+using namespace Zel::System::Commons;
+using namespace Zel::System::Commons::Logging;
+using namespace ::testing;
+using Log = Loggable<Zel::Test::DomainSubjects::Channel>;
 
 class Collect : public ILogSink {
 public:
@@ -37,32 +31,24 @@ public:
     std::vector<std::string> texts;
 };
 
-TEST(AppDomain, WithoutADomainTheFirstLogCallFailsNamingTheDomainType)
+TEST(AppDomain, TheFirstLogCallFailsNamingTheMissingDomainOrManagerAndCreatesNothing)
 {
     ASSERT_FALSE(AppDomain::HasInstance());
-    const auto message = StrEq("Singleton instance of type 'Zel::System::Commons::AppDomain' was not created yet!");
+    const auto noDomain = StrEq("Singleton instance of type 'Zel::System::Commons::AppDomain' was not created yet!");
+    EXPECT_THAT([] { (void)AppDomain::GetInstance(); }, ThrowsMessage<InvalidOperationException>(noDomain));
+    EXPECT_THAT([] { Log::log(3, "never {0}", 1); }, ThrowsMessage<InvalidOperationException>(noDomain));
 
-    EXPECT_THAT([] { (void)AppDomain::GetInstance(); }, ThrowsMessage<InvalidOperationException>(message));
-    EXPECT_THAT([] { Loggable<WithoutDomain>::log(3, "never {0}", 1); },
-                ThrowsMessage<InvalidOperationException>(message));
-}
-
-TEST(AppDomain, WithoutALogManagerTheFirstLogCallFailsNamingTheManagerType)
-{
     AppDomain domain;
-
-    EXPECT_THAT([] { Loggable<WithoutLogManager>::log(3, "never"); },
+    EXPECT_THAT([] { Log::log(3, "never"); },
                 ThrowsMessage<InvalidOperationException>(StrEq(
                     "AppDomain Singleton instance of type 'Zel::System::Commons::Logging::LogManager' was not "
                     "created yet!")));
 
-    // The failed attempt created nothing; the channel comes into being once
-    // the manager is there.
     auto manager = std::make_shared<LogManager>(8);
     auto sink = std::make_shared<Collect>();
     manager->SetSink(sink);
     domain.AddSingleton(manager);
-    Loggable<WithoutLogManager>::log(3, "now {0}", "written");
+    Log::log(3, "now {0}", "written");
     EXPECT_THAT(sink->texts, ElementsAre("now written"));
 }
 
