@@ -274,6 +274,12 @@ protected:
                        "; wait $!; echo $? >" + run.Path("rc") + ") >/dev/null 2>&1 &");
     }
 
+    void TearDown() override
+    {
+        Zel::Test::Run("kill $(cat " + run.Path("pid") + " 2>/dev/null) 2>/dev/null"); // a watch a failed test left
+        NimhostSandbox::TearDown();
+    }
+
     // The complete lines of output, once there are `count` (fewer after 20 s).
     std::vector<std::string> Lines(std::size_t count) const
     {
