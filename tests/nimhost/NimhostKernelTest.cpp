@@ -238,7 +238,7 @@ TEST_F(NimhostIpConfig, FailedCodesAndUnknownDevicesAreExitOneAndLeaveTheFile)
              {{"ip", "set", "4", "address", "10.1.1.1"}, outOfRange},
              {{"status", "0"}, outOfRange},
              {{"status", "4"}, outOfRange}}) {
-        SCOPED_TRACE(arguments[1] + " " + arguments[2]);
+        SCOPED_TRACE(fmt::format("{}", fmt::join(arguments, " ")));
         const auto result = Nimhost(arguments);
         EXPECT_EQ(result.exitCode, 1);
         EXPECT_EQ(result.err.rfind(error, 0), 0U) << result.err;
