@@ -1,9 +1,9 @@
 #include "Modules/Nim/Linux/Internal/EthPortInfoSwitchKSZ8794.hpp"
+#include "Modules/Nim/Linux/Internal/PortFileText.hpp"
 
 #include <Zel/System/Commons/Exception.hpp>
 
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -13,33 +13,7 @@ using Zel::System::Commons::InvalidOperationException;
 
 namespace {
 
-// The driver's texts ("unlinked", "100\n", "full-duplex") are decided by
-// their first bytes; 12 bytes hold every prefix compared.
-constexpr std::size_t DriverTextBufferSize = 12;
-
-struct DriverText {
-    char bytes[DriverTextBufferSize] = {};
-    ssize_t count = -1;
-    int error = 0;
-
-    bool StartsWith(const char* prefix, std::size_t length) const
-    {
-        return std::memcmp(bytes, prefix, length) == 0;
-    }
-};
-
-// One fresh read per query, from offset 0 on the descriptor kept open.
-DriverText ReadDriverText(int fd)
-{
-    DriverText text;
-    text.count = pread(fd, text.bytes, sizeof(text.bytes), 0);
-    if (text.count < 0) {
-        text.error = errno;
-    }
-    return text;
-}
-
-bool IsUnlinked(const DriverText& text)
+bool IsUnlinked(const PortFileText& text)
 {
     return text.StartsWith("unlinked", 8);
 }
@@ -77,8 +51,8 @@ EthPortInfoSwitchKSZ8794::~EthPortInfoSwitchKSZ8794()
 // GetPortLinkState and the speed file; log filters match exactly that text.
 LinkState EthPortInfoSwitchKSZ8794::GetPortLinkState() const
 {
-    const DriverText text = ReadDriverText(fdSpeed);
-    if (text.count < 0) {
+    const PortFileText text = PortFileText::Read(fdSpeed);
+    if (text.Failed()) {
         log(3, "Error GetPortLinkState() for device {0}, port {1} ({2}): errno {3}", deviceIndex, portIndex,
             speedFilePath, text.error);
         return LinkState::Unknown;
@@ -89,8 +63,8 @@ LinkState EthPortInfoSwitchKSZ8794::GetPortLinkState() const
 
 LinkSpeed EthPortInfoSwitchKSZ8794::GetPortLinkSpeed() const
 {
-    const DriverText text = ReadDriverText(fdSpeed);
-    if (text.count < 0) {
+    const PortFileText text = PortFileText::Read(fdSpeed);
+    if (text.Failed()) {
         log(3, "Error GetPortLinkState() for device {0}, port {1} ({2}): errno {3}", deviceIndex, portIndex,
             speedFilePath, text.error);
         return LinkSpeed::Unknown;
@@ -110,8 +84,8 @@ LinkSpeed EthPortInfoSwitchKSZ8794::GetPortLinkSpeed() const
 
 LinkDuplex EthPortInfoSwitchKSZ8794::GetPortLinkDuplex() const
 {
-    const DriverText text = ReadDriverText(fdDuplex);
-    if (text.count < 0) {
+    const PortFileText text = PortFileText::Read(fdDuplex);
+    if (text.Failed()) {
         log(3, "Error GetPortLinkState() for device {0}, port {1} ({2}): errno {3}", deviceIndex, portIndex,
             speedFilePath, text.error);
         return LinkDuplex::Unknown;

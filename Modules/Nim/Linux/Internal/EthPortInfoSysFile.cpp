@@ -1,9 +1,9 @@
 #include "Modules/Nim/Linux/Internal/EthPortInfoSysFile.hpp"
+#include "Modules/Nim/Linux/Internal/PortFileText.hpp"
 
 #include <Zel/System/Commons/Exception.hpp>
 
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -12,33 +12,6 @@ namespace Zel::Hardware::Modules::Nim::Linux::Internal {
 using Zel::System::Commons::InvalidOperationException;
 
 namespace {
-
-// The kernel's attribute texts are short ("unknown\n", "1000\n"); every
-// value this port understands fits well inside 12 bytes.
-constexpr std::size_t AttributeBufferSize = 12;
-
-struct AttributeText {
-    char bytes[AttributeBufferSize] = {};
-    ssize_t count = -1;
-    int error = 0;
-
-    bool StartsWith(const char* prefix, std::size_t length) const
-    {
-        return std::memcmp(bytes, prefix, length) == 0;
-    }
-};
-
-// One fresh read per query: pread from offset 0 needs no seek and no shared
-// file position, so the descriptor stays usable for every later query.
-AttributeText ReadAttribute(int fd)
-{
-    AttributeText text;
-    text.count = pread(fd, text.bytes, sizeof(text.bytes), 0);
-    if (text.count < 0) {
-        text.error = errno;
-    }
-    return text;
-}
 
 // Descriptors opened before a failing one stay open: the destructor of a
 // half-built object does not run, and set-up fails as a whole anyway.
@@ -51,7 +24,7 @@ int OpenForRead(const BasicString& path)
     return fd;
 }
 
-LinkState DecodeOperstate(const AttributeText& text)
+LinkState DecodeOperstate(const PortFileText& text)
 {
     if (text.StartsWith("down", 4)) {
         return LinkState::Down;
@@ -63,7 +36,7 @@ LinkState DecodeOperstate(const AttributeText& text)
     return LinkState::Unknown;
 }
 
-LinkSpeed DecodeSpeed(const AttributeText& text)
+LinkSpeed DecodeSpeed(const PortFileText& text)
 {
     if (text.StartsWith("-1", 2)) {
         return LinkSpeed::Unknown;
@@ -81,7 +54,7 @@ LinkSpeed DecodeSpeed(const AttributeText& text)
     return LinkSpeed::Unknown;
 }
 
-LinkDuplex DecodeDuplex(const AttributeText& text)
+LinkDuplex DecodeDuplex(const PortFileText& text)
 {
     if (text.StartsWith("unknown", 7)) {
         return LinkDuplex::Unknown;
@@ -119,8 +92,8 @@ EthPortInfoSysFile::~EthPortInfoSysFile()
 
 LinkState EthPortInfoSysFile::GetPortLinkState() const
 {
-    const AttributeText text = ReadAttribute(fdOperstate);
-    if (text.count < 0) {
+    const PortFileText text = PortFileText::Read(fdOperstate);
+    if (text.Failed()) {
         log(3, "Error GetPortLinkState() for device {0}, port {1} ({2}operstate): errno {3}", deviceIndex, portIndex,
             sysFilePath, text.error);
         return LinkState::Unknown;
@@ -130,8 +103,8 @@ LinkState EthPortInfoSysFile::GetPortLinkState() const
 
 LinkSpeed EthPortInfoSysFile::GetPortLinkSpeed() const
 {
-    const AttributeText text = ReadAttribute(fdSpeed);
-    if (text.count < 0) {
+    const PortFileText text = PortFileText::Read(fdSpeed);
+    if (text.Failed()) {
         // The message names GetPortLinkState for every query; log filters match that text.
         log(3, "Error GetPortLinkState() for device {0}, port {1} ({2}speed): errno {3}", deviceIndex, portIndex,
             sysFilePath, text.error);
@@ -142,8 +115,8 @@ LinkSpeed EthPortInfoSysFile::GetPortLinkSpeed() const
 
 LinkDuplex EthPortInfoSysFile::GetPortLinkDuplex() const
 {
-    const AttributeText text = ReadAttribute(fdDuplex);
-    if (text.count < 0) {
+    const PortFileText text = PortFileText::Read(fdDuplex);
+    if (text.Failed()) {
         // The message names GetPortLinkState for every query; log filters match that text.
         log(3, "Error GetPortLinkState() for device {0}, port {1} ({2}duplex): errno {3}", deviceIndex, portIndex,
             sysFilePath, text.error);
