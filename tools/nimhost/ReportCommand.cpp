@@ -1,21 +1,14 @@
 #include "Commands.hpp"
+#include "DeviceReport.hpp"
 #include "ExitCode.hpp"
 #include "LinkText.hpp"
 #include "Outcome.hpp"
 #include "TextTable.hpp"
 
 #include <Zel/Hardware/Nim/Modules/IEthernetInfoModule.hpp>
-#include <Zel/Hardware/Nim/Modules/IIpConfigModule.hpp>
-#include <Zel/Hardware/Nim/Modules/IIpStatusModule.hpp>
-
-#include <arpa/inet.h>
-
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include <algorithm>
-#include <cstdint>
-#include <functional>
 #include <optional>
 #include <type_traits>
 #include <vector>
@@ -26,129 +19,6 @@ using namespace Zel::Hardware::Nim;
 using namespace Zel::Hardware::Nim::Modules;
 
 namespace {
-
-struct PortReport {
-    unsigned int port = 0;
-    Outcome<BasicString> publicName;
-    BasicString mode;
-    Outcome<LinkState> state;
-    Outcome<LinkSpeed> speed;
-    Outcome<LinkDuplex> duplex;
-};
-
-struct DeviceReport {
-    unsigned int device = 0;
-    Outcome<BasicString> publicName;
-    Outcome<BasicString> interfaceName;
-    Outcome<BasicString> macAddress;
-    Outcome<NetworkInterfaceType> type;
-    Outcome<unsigned int> portCount;
-    std::vector<PortReport> ports;
-    Outcome<BasicString> liveAddress;
-    Outcome<BasicString> liveNetmask;
-    Outcome<BasicString> liveGateway;
-    Outcome<BasicString> address;
-    Outcome<BasicString> netmask;
-    Outcome<BasicString> gateway;
-    Outcome<BasicString> nameServers;
-    Outcome<IpAssignMode> method;
-};
-
-// Asks every module about one device, in the order the report shows it.
-DeviceReport Collect(const PluginHost& host, const IEthernetInfoModule& ethernet, const HostSettings& settings,
-                     unsigned int device)
-{
-    DeviceReport report;
-    report.device = device;
-    report.publicName = Attempt([&] { return ethernet.GetPublicInterfaceName(device); });
-    report.interfaceName = Attempt([&] { return ethernet.GetInterfaceName(device); });
-    report.macAddress = Attempt([&] { return ethernet.GetMacAddress(device); });
-    report.type = Attempt([&] { return ethernet.GetInterfaceType(device); });
-    report.portCount = Attempt([&] { return ethernet.GetPortCount(device); });
-    const unsigned int portCount = report.portCount.value.value_or(0);
-    for (unsigned int port = 1; port <= portCount; ++port) {
-        PortReport portReport;
-        portReport.port = port;
-        portReport.publicName = Attempt([&] { return ethernet.GetPortPublicName(device, port); });
-        portReport.mode = settings.PortMode(device);
-        portReport.state = Attempt([&] { return ethernet.GetPortLinkState(device, port); });
-        portReport.speed = Attempt([&] { return ethernet.GetPortLinkSpeed(device, port); });
-        portReport.duplex = Attempt([&] { return ethernet.GetPortLinkDuplex(device, port); });
-        report.ports.push_back(std::move(portReport));
-    }
-
-    report.liveAddress = Attempt([&] { return host.Get<IIpStatusModule>().GetIpAddress(device); });
-    report.liveNetmask = Attempt([&] { return host.Get<IIpStatusModule>().GetSubnetMask(device); });
-    report.liveGateway = Attempt([&] { return host.Get<IIpStatusModule>().GetDefaultGateway(device); });
-
-    report.address = Attempt([&] { return host.Get<IIpConfigModule>().GetIpAddress(device); });
-    report.netmask = Attempt([&] { return host.Get<IIpConfigModule>().GetSubnetMask(device); });
-    report.gateway = Attempt([&] { return host.Get<IIpConfigModule>().GetDefaultGateway(device); });
-    report.nameServers = Attempt([&] { return host.Get<IIpConfigModule>().GetDnsNameservers(device); });
-    report.method = Attempt([&] { return host.Get<IIpConfigModule>().GetIpAssignMode(device); });
-    return report;
-}
-
-// ---- comparing configured and live values ----
-
-std::optional<std::uint32_t> ParseIpv4(const std::string& text)
-{
-    in_addr address{};
-    if (::inet_pton(AF_INET, text.c_str(), &address) != 1) {
-        return std::nullopt;
-    }
-    return ntohl(address.s_addr);
-}
-
-// The file may hold "192.168.1.10/24"; the kernel reports the address alone.
-std::optional<std::uint32_t> ParseConfiguredAddress(const std::string& text)
-{
-    return ParseIpv4(text.substr(0, text.find('/')));
-}
-
-// The file may hold a prefix length ("24") where a dotted mask is expected.
-std::optional<std::uint32_t> ParseConfiguredNetmask(const std::string& text)
-{
-    const bool digitsOnly = !text.empty() && text.size() <= 2 &&
-                            std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
-    if (digitsOnly) {
-        const unsigned long prefix = std::stoul(text);
-        if (prefix <= 32U) {
-            return prefix == 0U ? 0U : static_cast<std::uint32_t>(0xFFFFFFFFULL << (32U - prefix));
-        }
-    }
-    return ParseIpv4(text);
-}
-
-using Parser = std::function<std::optional<std::uint32_t>(const std::string&)>;
-
-// Empty when either side could not be read: then there is nothing to compare.
-std::optional<bool> Differs(const Outcome<BasicString>& configured, const Outcome<BasicString>& live,
-                            const Parser& parseConfigured)
-{
-    if (!configured.Ok() || !live.Ok()) {
-        return std::nullopt;
-    }
-    const auto configuredValue = parseConfigured(*configured.value);
-    const auto liveValue = ParseIpv4(*live.value);
-    if (configuredValue && liveValue) {
-        return *configuredValue != *liveValue;
-    }
-    return *configured.value != *live.value;
-}
-
-struct Differences {
-    std::optional<bool> address;
-    std::optional<bool> netmask;
-    std::optional<bool> gateway;
-};
-
-Differences Compare(const DeviceReport& report)
-{
-    return {Differs(report.address, report.liveAddress, ParseConfiguredAddress),
-            Differs(report.netmask, report.liveNetmask, ParseConfiguredNetmask),
-            Differs(report.gateway, report.liveGateway, ParseIpv4)};
-}
 
 // ---- human text ----
 
@@ -329,7 +199,7 @@ int RunReport(const PluginHost& host, const HostSettings& settings, bool json, s
     std::vector<DeviceReport> devices;
     const unsigned int deviceCount = ethernet.GetDeviceCount();
     for (unsigned int device = 1; device <= deviceCount; ++device) {
-        devices.push_back(Collect(host, ethernet, settings, device));
+        devices.push_back(CollectDevice(host, ethernet, settings, device));
     }
     if (json) {
         out << RenderJson(host, settings, devices).dump(2) << '\n';

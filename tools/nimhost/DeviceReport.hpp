@@ -1,0 +1,59 @@
+#pragma once
+
+#include "HostSettings.hpp"
+#include "Outcome.hpp"
+#include "PluginHost.hpp"
+
+#include <Zel/Hardware/Nim/Modules/IEthernetInfoModule.hpp>
+#include <Zel/Hardware/Nim/NimTypes.hpp>
+
+#include <optional>
+#include <vector>
+
+namespace Zel::Tools::Nimhost {
+
+// What every module answers about one device, each query's value or the
+// exception it threw; the report, the metrics and watch show it.
+
+struct PortReport {
+    unsigned int port = 0;
+    Outcome<BasicString> publicName;
+    BasicString mode;
+    Outcome<Zel::Hardware::Nim::LinkState> state;
+    Outcome<Zel::Hardware::Nim::LinkSpeed> speed;
+    Outcome<Zel::Hardware::Nim::LinkDuplex> duplex;
+};
+
+struct DeviceReport {
+    unsigned int device = 0;
+    Outcome<BasicString> publicName;
+    Outcome<BasicString> interfaceName;
+    Outcome<BasicString> macAddress;
+    Outcome<Zel::Hardware::Nim::NetworkInterfaceType> type;
+    Outcome<unsigned int> portCount;
+    std::vector<PortReport> ports;
+    Outcome<BasicString> liveAddress;
+    Outcome<BasicString> liveNetmask;
+    Outcome<BasicString> liveGateway;
+    Outcome<BasicString> address;
+    Outcome<BasicString> netmask;
+    Outcome<BasicString> gateway;
+    Outcome<BasicString> nameServers;
+    Outcome<Zel::Hardware::Nim::IpAssignMode> method;
+};
+
+// Asks every module about one device, in the order the report shows it.
+DeviceReport CollectDevice(const PluginHost& host, const Zel::Hardware::Nim::Modules::IEthernetInfoModule& ethernet,
+                           const HostSettings& settings, unsigned int device);
+
+// Whether a configured value differs from the live one; empty when either
+// side could not be read, since then there is nothing to compare.
+struct Differences {
+    std::optional<bool> address;
+    std::optional<bool> netmask;
+    std::optional<bool> gateway;
+};
+
+Differences Compare(const DeviceReport& report);
+
+} // namespace Zel::Tools::Nimhost
