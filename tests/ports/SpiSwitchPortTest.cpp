@@ -12,7 +12,6 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <unistd.h>
 
 #include <memory>
 #include <typeinfo>
@@ -31,6 +30,7 @@ using Zel::System::Commons::NotSupportedException;
 using Zel::Test::SpiDevice;
 using Zel::Test::SpiEmulator;
 using Zel::Test::Ports::ExpectThrow;
+using Zel::Test::Ports::OpenDescriptorCount;
 using Ksz8794 = Zel::Hardware::Modules::Nim::Linux::Internal::EthPortInfoSwitchKSZ8794spi;
 using Ksz8863 = Zel::Hardware::Modules::Nim::Linux::Internal::EthPortInfoSwitchKSZ8863gpio;
 using IEthPortInfo = Zel::Hardware::Modules::Nim::Linux::Internal::IEthPortInfo;
@@ -38,6 +38,8 @@ using Bytes = std::vector<std::uint8_t>;
 
 const std::string Node8794 = "/dev/zel-emulated/spidev1.0";
 const std::string Node8863 = "/dev/zel-emulated/spidev2.1";
+const std::string Channel8794 = "Zel.Hardware.Modules.Nim.Linux.Internal.EthPortInfoSwitchKSZ8794spi";
+const std::string Channel8863 = "Zel.Hardware.Modules.Nim.Linux.Internal.EthPortInfoSwitchKSZ8863gpio";
 const std::string Failed8794 = "Can not read data from KSZ8794 Switch: SPI_IOC_MESSAGE failed: -1";
 const std::string Failed8863 = "Can not read data from KSZ8863 Switch: SPI_IOC_MESSAGE failed: -1";
 const std::string NoHandle = "Error in ReadRegister(): Handle invalid.fdSpi = -1";
@@ -57,14 +59,10 @@ void ExpectCommands(const SpiDevice& device, const std::vector<Bytes>& expected)
     EXPECT_EQ(device.LastOpenFlags() & O_ACCMODE, O_RDWR);
 }
 
-// Each class's static SPI descriptor outlives a failed set-up: every test
-// starts and ends with both closed.
 class SpiSwitchPort : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        ASSERT_EQ(Ksz8794::fdSpi, -1);
-        ASSERT_EQ(Ksz8863::fdSpi, -1);
         dir.Write("link1", "1\n");
         dir.Write("link2", "1\n");
         settings.AddSetting("path.3.spi", Node8794);
@@ -72,12 +70,18 @@ protected:
         settings.AddSetting("path.2.1.link", dir.Path("link1"));
         settings.AddSetting("path.2.2.link", dir.Path("link2"));
     }
-    void TearDown() override
+    // A failed chip check leaves the class's device open: a port built now
+    // skips the check and closes the device when dropped. With the device
+    // closed and no node, the port is refused instead.
+    void TearDown() override { CloseSharedDevices(); }
+    void CloseSharedDevices()
     {
-        for (int* fd : {&Ksz8794::fdSpi, &Ksz8863::fdSpi}) {
-            if (*fd >= 0) {
-                close(*fd);
-                *fd = -1;
+        dir.Write("link1", "1\n");
+        for (auto make : {+[](const SpiSwitchPort& t) { (void)t.Make8794(1); },
+                          +[](const SpiSwitchPort& t) { (void)t.Make8863(1); }}) {
+            try {
+                make(*this);
+            } catch (const Exception&) {
             }
         }
     }
@@ -91,17 +95,12 @@ protected:
 
 TEST_F(SpiSwitchPort, ChipCheckThenOneReadCommandPerRegister)
 {
-    SpiDevice spi8794 = SpiEmulator::Ksz8794().Register(0x1E, 0x20).Register(0x1F, 0x06).Register(0xAB, 0x42).Build(Node8794);
+    const SpiDevice spi8794 = SpiEmulator::Ksz8794().Register(0x1E, 0x20).Register(0x1F, 0x06).Build(Node8794);
     const auto port = Make8794(1);
     const auto secondPort = Make8794(2); // no second chip check
     EXPECT_EQ(port->GetPortLinkSpeed(), LinkSpeed::Speed100);
     // 011, twelve address bits and a turnaround bit: chip ids 0 and 1, link 0x1E, mode 0x1F.
     ExpectCommands(spi8794, {{0x60, 0x00, 0x00}, {0x60, 0x02, 0x00}, {0x60, 0x3C, 0x00}, {0x60, 0x3E, 0x00}});
-    spi8794.ClearTransfers();
-    unsigned char value = 0;
-    ASSERT_TRUE(port->ReadRegister(0xAB, value));
-    EXPECT_EQ(value, 0x42);
-    ExpectCommands(spi8794, {{0x61, 0x56, 0x00}}); // address bit 7 goes into the first byte
 
     const SpiDevice spi8863 = SpiEmulator::Ksz8863().Register(0x1F, 0x06).Register(0x2F, 0x00).Build(Node8863);
     const auto port1 = Make8863(1);
@@ -112,49 +111,38 @@ TEST_F(SpiSwitchPort, ChipCheckThenOneReadCommandPerRegister)
     EXPECT_TRUE(capture.Records().empty());
 }
 
-TEST_F(SpiSwitchPort, Ksz8794OperationModeTable)
+TEST_F(SpiSwitchPort, RegisterDecodingTables)
 {
-    SpiDevice device = SpiEmulator::Ksz8794().Register(0x2E, 0x20).Build(Node8794);
-    const auto port = Make8794(2);
-    // Only the low three bits count; 2, 3, 5 and 6 are the known modes.
+    SpiDevice spi8794 = SpiEmulator::Ksz8794().Register(0x2E, 0x20).Build(Node8794);
+    SpiDevice spi8863 = SpiEmulator::Ksz8863().Build(Node8863);
+    const auto port8794 = Make8794(2);
+    const auto port8863 = Make8863(1);
+    // KSZ8794 mode register 0x2F: only the low three bits count, 2, 3, 5 and 6
+    // are the known modes. KSZ8863 status register 0x1F: bit 2 100 Mbit/s
+    // (else 10), bit 1 full duplex (else half).
     const struct {
-        std::uint8_t mode;
+        bool is8794;
+        std::uint8_t value;
         LinkSpeed speed;
         LinkDuplex duplex;
     } cases[] = {
-        {0x00, LinkSpeed::Unknown, LinkDuplex::Unknown}, {0x01, LinkSpeed::Unknown, LinkDuplex::Unknown},
-        {0x02, LinkSpeed::Speed10, LinkDuplex::Half},    {0x03, LinkSpeed::Speed100, LinkDuplex::Half},
-        {0x04, LinkSpeed::Unknown, LinkDuplex::Unknown}, {0x05, LinkSpeed::Speed10, LinkDuplex::Full},
-        {0x06, LinkSpeed::Speed100, LinkDuplex::Full},   {0x07, LinkSpeed::Unknown, LinkDuplex::Unknown},
-        {0xFB, LinkSpeed::Speed100, LinkDuplex::Half},   {0xF8, LinkSpeed::Unknown, LinkDuplex::Unknown},
+        {true, 0x00, LinkSpeed::Unknown, LinkDuplex::Unknown},  {true, 0x01, LinkSpeed::Unknown, LinkDuplex::Unknown},
+        {true, 0x02, LinkSpeed::Speed10, LinkDuplex::Half},     {true, 0x03, LinkSpeed::Speed100, LinkDuplex::Half},
+        {true, 0x04, LinkSpeed::Unknown, LinkDuplex::Unknown},  {true, 0x05, LinkSpeed::Speed10, LinkDuplex::Full},
+        {true, 0x06, LinkSpeed::Speed100, LinkDuplex::Full},    {true, 0x07, LinkSpeed::Unknown, LinkDuplex::Unknown},
+        {true, 0xFB, LinkSpeed::Speed100, LinkDuplex::Half},    {true, 0xF8, LinkSpeed::Unknown, LinkDuplex::Unknown},
+        {false, 0x00, LinkSpeed::Speed10, LinkDuplex::Half},    {false, 0x02, LinkSpeed::Speed10, LinkDuplex::Full},
+        {false, 0x04, LinkSpeed::Speed100, LinkDuplex::Half},   {false, 0x06, LinkSpeed::Speed100, LinkDuplex::Full},
+        {false, 0xF9, LinkSpeed::Speed10, LinkDuplex::Half},    {false, 0xFF, LinkSpeed::Speed100, LinkDuplex::Full},
     };
     for (const auto& c : cases) {
-        device.SetRegister(0x2F, c.mode);
-        EXPECT_EQ(port->GetPortLinkState(), LinkState::Up);
-        EXPECT_EQ(port->GetPortLinkSpeed(), c.speed) << "mode " << int(c.mode);
-        EXPECT_EQ(port->GetPortLinkDuplex(), c.duplex) << "mode " << int(c.mode);
+        c.is8794 ? spi8794.SetRegister(0x2F, c.value) : spi8863.SetRegister(0x1F, c.value);
+        const IEthPortInfo& port = c.is8794 ? static_cast<const IEthPortInfo&>(*port8794) : *port8863;
+        EXPECT_EQ(port.GetPortLinkState(), LinkState::Up);
+        EXPECT_EQ(port.GetPortLinkSpeed(), c.speed) << c.is8794 << " " << int(c.value);
+        EXPECT_EQ(port.GetPortLinkDuplex(), c.duplex) << c.is8794 << " " << int(c.value);
     }
-}
-
-TEST_F(SpiSwitchPort, Ksz8863StatusRegisterTable)
-{
-    SpiDevice device = SpiEmulator::Ksz8863().Build(Node8863);
-    const auto port = Make8863(1);
-    // Bit 2: 100 Mbit/s, else 10; bit 1: full duplex, else half.
-    const struct {
-        std::uint8_t status;
-        LinkSpeed speed;
-        LinkDuplex duplex;
-    } cases[] = {
-        {0x00, LinkSpeed::Speed10, LinkDuplex::Half},  {0x02, LinkSpeed::Speed10, LinkDuplex::Full},
-        {0x04, LinkSpeed::Speed100, LinkDuplex::Half}, {0x06, LinkSpeed::Speed100, LinkDuplex::Full},
-        {0xF9, LinkSpeed::Speed10, LinkDuplex::Half},  {0xFF, LinkSpeed::Speed100, LinkDuplex::Full},
-    };
-    for (const auto& c : cases) {
-        device.SetRegister(0x1F, c.status);
-        EXPECT_EQ(port->GetPortLinkSpeed(), c.speed) << "status " << int(c.status);
-        EXPECT_EQ(port->GetPortLinkDuplex(), c.duplex) << "status " << int(c.status);
-    }
+    EXPECT_TRUE(capture.Records().empty());
 }
 
 TEST_F(SpiSwitchPort, WithoutLinkTheModeRegisterIsNeverRead)
@@ -212,8 +200,9 @@ TEST_F(SpiSwitchPort, FailedReadsGiveUnknownCodesWithOneMessageEach)
     EXPECT_TRUE(spi8863.Transfers().empty());
 }
 
-// Identity mismatches log with the KSZ8863's name for both chips; an
-// unreadable identity throws the ID0 text for both registers.
+// Identity mismatches log with the KSZ8863's name for both chips, on each
+// class's own channel; an unreadable identity throws the ID0 text for both
+// registers.
 TEST_F(SpiSwitchPort, ChipCheckFailuresStopSetUp)
 {
     const struct {
@@ -237,11 +226,13 @@ TEST_F(SpiSwitchPort, ChipCheckFailuresStopSetUp)
     for (const auto& c : cases) {
         SCOPED_TRACE(c.logged);
         capture.Sink().Clear();
-        SpiEmulator chip = (c.is8794 ? SpiEmulator::Ksz8794() : SpiEmulator::Ksz8863()).Register(0, c.id0).Register(1, c.id1);
+        SpiDevice device = (c.is8794 ? SpiEmulator::Ksz8794() : SpiEmulator::Ksz8863())
+                               .Register(0, c.id0)
+                               .Register(1, c.id1)
+                               .Build(c.is8794 ? Node8794 : Node8863);
         if (c.failingRead >= 0) {
-            chip.FailReadsOf(static_cast<unsigned int>(c.failingRead));
+            device.FailReadsOf(static_cast<unsigned int>(c.failingRead), true);
         }
-        const SpiDevice device = chip.Build(c.is8794 ? Node8794 : Node8863);
         try {
             c.is8794 ? (void)Make8794(1) : (void)Make8863(1);
             ADD_FAILURE() << "accepted";
@@ -249,15 +240,18 @@ TEST_F(SpiSwitchPort, ChipCheckFailuresStopSetUp)
             EXPECT_EQ(typeid(e), c.type);
             EXPECT_EQ(e.GetMessage(), c.thrown);
         }
-        EXPECT_EQ(capture.Count(3, c.logged), 1U);
-        TearDown();
+        ASSERT_EQ(capture.Records().size(), 1U);
+        EXPECT_EQ(capture.Records()[0].level, 3);
+        EXPECT_EQ(capture.Records()[0].text, c.logged);
+        EXPECT_EQ(capture.Records()[0].channel, c.is8794 ? Channel8794 : Channel8863);
+        CloseSharedDevices();
     }
 }
 
 TEST_F(SpiSwitchPort, RefusedBeforeTheDeviceIsOpened)
 {
     ExpectThrow<InvalidOperationException>([this] { Make8794(1); }, "Could not open driver '" + Node8794 + "'.");
-    EXPECT_EQ(Ksz8794::fdSpi, -1);
+    ExpectThrow<InvalidOperationException>([this] { Make8863(1); }, "Could not open driver '" + Node8863 + "'.");
 
     const SpiDevice spi8794 = SpiEmulator::Ksz8794().Build(Node8794);
     const SpiDevice spi8863 = SpiEmulator::Ksz8863().Build(Node8863);
@@ -278,10 +272,12 @@ TEST_F(SpiSwitchPort, RefusedBeforeTheDeviceIsOpened)
 // check; the first destructor closes the one device of all ports.
 TEST_F(SpiSwitchPort, OneDeviceForAllPortsThatTheFirstDestructorCloses)
 {
+    const long before = OpenDescriptorCount();
     SpiDevice spi8794 = SpiEmulator::Ksz8794().Register(0x00, 0x00).Register(0x2E, 0x20).Build(Node8794);
     SpiDevice spi8863 = SpiEmulator::Ksz8863().Register(0x00, 0x87).Register(0x2F, 0x06).Build(Node8863);
     EXPECT_THROW(Make8794(1), NotSupportedException);
     EXPECT_THROW(Make8863(1), NotSupportedException);
+    EXPECT_EQ(OpenDescriptorCount(), before + 3) << "both devices and the failed port's link line";
     spi8794.ClearTransfers();
     spi8863.ClearTransfers();
     auto a1 = Make8794(2);
@@ -293,12 +289,9 @@ TEST_F(SpiSwitchPort, OneDeviceForAllPortsThatTheFirstDestructorCloses)
     EXPECT_EQ(a2->GetPortLinkState(), LinkState::Up);
     EXPECT_EQ(b2->GetPortLinkSpeed(), LinkSpeed::Speed100);
 
-    const long before = Zel::Test::Ports::OpenDescriptorCount();
     a1.reset();
     b1.reset();
-    EXPECT_EQ(Zel::Test::Ports::OpenDescriptorCount(), before - 3) << "both devices and b1's link line";
-    EXPECT_EQ(Ksz8794::fdSpi, -1);
-    EXPECT_EQ(Ksz8863::fdSpi, -1);
+    EXPECT_EQ(OpenDescriptorCount(), before + 2) << "b2's link line and the leaked one";
     EXPECT_EQ(a2->GetPortLinkState(), LinkState::Unknown);
     EXPECT_EQ(a2->GetPortLinkDuplex(), LinkDuplex::Unknown);
     EXPECT_EQ(b2->GetPortLinkState(), LinkState::Up) << "from its own link line";
@@ -306,9 +299,11 @@ TEST_F(SpiSwitchPort, OneDeviceForAllPortsThatTheFirstDestructorCloses)
     EXPECT_EQ(capture.Count(3, NoHandle), 3U);
     a2.reset();
     b2.reset();
-    EXPECT_EQ(Zel::Test::Ports::OpenDescriptorCount(), before - 4);
+    EXPECT_EQ(OpenDescriptorCount(), before + 1);
     EXPECT_EQ(spi8794.OpenCount(), 1);
     EXPECT_EQ(spi8863.OpenCount(), 1);
+    // A device closed by a destructor is opened and checked again.
+    ExpectThrow<NotSupportedException>([this] { Make8794(1); }, "KSZ8794: Chip id0 mismatch.");
 }
 
 } // namespace
