@@ -2,6 +2,7 @@
 // device 2 a KSZ8863 with one GPIO link line (a scratch file) per port.
 #include "Modules/Nim/Linux/Internal/EthPortInfoSwitchKSZ8794spi.hpp"
 #include "Modules/Nim/Linux/Internal/EthPortInfoSwitchKSZ8863gpio.hpp"
+#include "Modules/Nim/Linux/Internal/SpiSwitchRegisterReader.hpp"
 #include "PortTestSupport.hpp"
 #include "spi/SpiEmulator.hpp"
 
@@ -35,6 +36,8 @@ using Ksz8794 = Zel::Hardware::Modules::Nim::Linux::Internal::EthPortInfoSwitchK
 using Ksz8863 = Zel::Hardware::Modules::Nim::Linux::Internal::EthPortInfoSwitchKSZ8863gpio;
 using IEthPortInfo = Zel::Hardware::Modules::Nim::Linux::Internal::IEthPortInfo;
 using Bytes = std::vector<std::uint8_t>;
+using Zel::Hardware::Modules::Nim::Linux::Internal::SpiSwitchChip;
+using Zel::Hardware::Modules::Nim::Linux::Internal::SpiSwitchRegisterReader;
 
 const std::string Node8794 = "/dev/zel-emulated/spidev1.0";
 const std::string Node8863 = "/dev/zel-emulated/spidev2.1";
@@ -93,27 +96,11 @@ protected:
     Zel::Test::LogCapture capture{8};
 };
 
-TEST_F(SpiSwitchPort, ChipCheckThenOneReadCommandPerRegister)
-{
-    const SpiDevice spi8794 = SpiEmulator::Ksz8794().Register(0x1E, 0x20).Register(0x1F, 0x06).Build(Node8794);
-    const auto port = Make8794(1);
-    const auto secondPort = Make8794(2); // no second chip check
-    EXPECT_EQ(port->GetPortLinkSpeed(), LinkSpeed::Speed100);
-    // 011, twelve address bits and a turnaround bit: chip ids 0 and 1, link 0x1E, mode 0x1F.
-    ExpectCommands(spi8794, {{0x60, 0x00, 0x00}, {0x60, 0x02, 0x00}, {0x60, 0x3C, 0x00}, {0x60, 0x3E, 0x00}});
-
-    const SpiDevice spi8863 = SpiEmulator::Ksz8863().Register(0x1F, 0x06).Register(0x2F, 0x00).Build(Node8863);
-    const auto port1 = Make8863(1);
-    const auto port2 = Make8863(2);
-    EXPECT_EQ(port1->GetPortLinkSpeed(), LinkSpeed::Speed100);
-    EXPECT_EQ(port2->GetPortLinkDuplex(), LinkDuplex::Half);
-    ExpectCommands(spi8863, {{0x03, 0x00, 0x00}, {0x03, 0x01, 0x00}, {0x03, 0x1F, 0x00}, {0x03, 0x2F, 0x00}});
-    EXPECT_TRUE(capture.Records().empty());
-}
-
+// Without a link (KSZ8794 link register bit 5, KSZ8863 GPIO line) speed and
+// duplex are unknown and the mode or status register is not read at all.
 TEST_F(SpiSwitchPort, RegisterDecodingTables)
 {
-    SpiDevice spi8794 = SpiEmulator::Ksz8794().Register(0x2E, 0x20).Build(Node8794);
+    SpiDevice spi8794 = SpiEmulator::Ksz8794().Build(Node8794);
     SpiDevice spi8863 = SpiEmulator::Ksz8863().Build(Node8863);
     const auto port8794 = Make8794(2);
     const auto port8863 = Make8863(1);
@@ -122,49 +109,38 @@ TEST_F(SpiSwitchPort, RegisterDecodingTables)
     // (else 10), bit 1 full duplex (else half).
     const struct {
         bool is8794;
+        std::uint8_t link;
         std::uint8_t value;
+        LinkState state;
         LinkSpeed speed;
         LinkDuplex duplex;
     } cases[] = {
-        {true, 0x00, LinkSpeed::Unknown, LinkDuplex::Unknown},  {true, 0x01, LinkSpeed::Unknown, LinkDuplex::Unknown},
-        {true, 0x02, LinkSpeed::Speed10, LinkDuplex::Half},     {true, 0x03, LinkSpeed::Speed100, LinkDuplex::Half},
-        {true, 0x04, LinkSpeed::Unknown, LinkDuplex::Unknown},  {true, 0x05, LinkSpeed::Speed10, LinkDuplex::Full},
-        {true, 0x06, LinkSpeed::Speed100, LinkDuplex::Full},    {true, 0x07, LinkSpeed::Unknown, LinkDuplex::Unknown},
-        {true, 0xFB, LinkSpeed::Speed100, LinkDuplex::Half},    {true, 0xF8, LinkSpeed::Unknown, LinkDuplex::Unknown},
-        {false, 0x00, LinkSpeed::Speed10, LinkDuplex::Half},    {false, 0x02, LinkSpeed::Speed10, LinkDuplex::Full},
-        {false, 0x04, LinkSpeed::Speed100, LinkDuplex::Half},   {false, 0x06, LinkSpeed::Speed100, LinkDuplex::Full},
-        {false, 0xF9, LinkSpeed::Speed10, LinkDuplex::Half},    {false, 0xFF, LinkSpeed::Speed100, LinkDuplex::Full},
+        {true, 0x20, 0x00, LinkState::Up, LinkSpeed::Unknown, LinkDuplex::Unknown}, {true, 0x20, 0x01, LinkState::Up, LinkSpeed::Unknown, LinkDuplex::Unknown},
+        {true, 0x20, 0x02, LinkState::Up, LinkSpeed::Speed10, LinkDuplex::Half}, {true, 0x20, 0x03, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Half},
+        {true, 0x20, 0x04, LinkState::Up, LinkSpeed::Unknown, LinkDuplex::Unknown}, {true, 0x20, 0x05, LinkState::Up, LinkSpeed::Speed10, LinkDuplex::Full},
+        {true, 0x20, 0x06, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Full}, {true, 0x20, 0x07, LinkState::Up, LinkSpeed::Unknown, LinkDuplex::Unknown},
+        {true, 0x20, 0xFB, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Half}, {true, 0x20, 0xF8, LinkState::Up, LinkSpeed::Unknown, LinkDuplex::Unknown},
+        {true, 0xDF, 0x06, LinkState::Down, LinkSpeed::Unknown, LinkDuplex::Unknown}, {false, 1, 0x00, LinkState::Up, LinkSpeed::Speed10, LinkDuplex::Half},
+        {false, 1, 0x02, LinkState::Up, LinkSpeed::Speed10, LinkDuplex::Full}, {false, 1, 0x04, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Half},
+        {false, 1, 0x06, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Full}, {false, 1, 0xF9, LinkState::Up, LinkSpeed::Speed10, LinkDuplex::Half},
+        {false, 1, 0xFF, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Full}, {false, 0, 0x06, LinkState::Down, LinkSpeed::Unknown, LinkDuplex::Unknown},
     };
     for (const auto& c : cases) {
-        c.is8794 ? spi8794.SetRegister(0x2F, c.value) : spi8863.SetRegister(0x1F, c.value);
+        SpiDevice& spi = c.is8794 ? spi8794 : spi8863;
+        c.is8794 ? spi8794.SetRegister(0x2E, c.link) : dir.Write("link1", c.link != 0 ? "1\n" : "0\n");
+        spi.SetRegister(c.is8794 ? 0x2F : 0x1F, c.value);
+        spi.ClearTransfers();
         const IEthPortInfo& port = c.is8794 ? static_cast<const IEthPortInfo&>(*port8794) : *port8863;
-        EXPECT_EQ(port.GetPortLinkState(), LinkState::Up);
-        EXPECT_EQ(port.GetPortLinkSpeed(), c.speed) << c.is8794 << " " << int(c.value);
-        EXPECT_EQ(port.GetPortLinkDuplex(), c.duplex) << c.is8794 << " " << int(c.value);
+        EXPECT_EQ(port.GetPortLinkState(), c.state);
+        EXPECT_EQ(port.GetPortLinkSpeed(), c.speed) << c.is8794 << " " << int(c.link) << " " << int(c.value);
+        EXPECT_EQ(port.GetPortLinkDuplex(), c.duplex) << c.is8794 << " " << int(c.link) << " " << int(c.value);
+        const bool up = c.state == LinkState::Up;
+        // KSZ8794: the link register at each query, the mode register after a link.
+        const Bytes link = {0x60, 0x5C, 0x00};
+        const Bytes mode = {0x60, 0x5E, 0x00};
+        ExpectCommands(spi, c.is8794 ? (up ? std::vector<Bytes>{link, link, mode, link, mode} : std::vector<Bytes>{link, link, link})
+                                     : (up ? std::vector<Bytes>{{0x03, 0x1F, 0x00}, {0x03, 0x1F, 0x00}} : std::vector<Bytes>{}));
     }
-    EXPECT_TRUE(capture.Records().empty());
-}
-
-TEST_F(SpiSwitchPort, WithoutLinkTheModeRegisterIsNeverRead)
-{
-    SpiDevice spi8794 = SpiEmulator::Ksz8794().Register(0x1E, 0xDF).Register(0x1F, 0x06).Build(Node8794);
-    SpiDevice spi8863 = SpiEmulator::Ksz8863().Register(0x1F, 0x06).Build(Node8863);
-    const auto port8794 = Make8794(1);
-    const auto port8863 = Make8863(1);
-    spi8794.ClearTransfers();
-    spi8863.ClearTransfers();
-    dir.Write("link1", "0\n");
-    for (const IEthPortInfo* port : std::initializer_list<const IEthPortInfo*>{port8794.get(), port8863.get()}) {
-        EXPECT_EQ(port->GetPortLinkState(), LinkState::Down);
-        EXPECT_EQ(port->GetPortLinkSpeed(), LinkSpeed::Unknown);
-        EXPECT_EQ(port->GetPortLinkDuplex(), LinkDuplex::Unknown);
-    }
-    ExpectCommands(spi8794, {{0x60, 0x3C, 0x00}, {0x60, 0x3C, 0x00}, {0x60, 0x3C, 0x00}}); // link 0x1E only
-    EXPECT_TRUE(spi8863.Transfers().empty()) << "the KSZ8863's link comes from its GPIO line";
-
-    // Every query asks the hardware again.
-    spi8794.SetRegister(0x1E, 0x20);
-    EXPECT_EQ(port8794->GetPortLinkState(), LinkState::Up);
     EXPECT_TRUE(capture.Records().empty());
 }
 
@@ -304,6 +280,35 @@ TEST_F(SpiSwitchPort, OneDeviceForAllPortsThatTheFirstDestructorCloses)
     EXPECT_EQ(spi8863.OpenCount(), 1);
     // A device closed by a destructor is opened and checked again.
     ExpectThrow<NotSupportedException>([this] { Make8794(1); }, "KSZ8794: Chip id0 mismatch.");
+}
+
+// The chip check reads the two identity registers once; a register number
+// with bit 7 set (which no port asks for) goes where each chip expects it.
+TEST_F(SpiSwitchPort, ReaderChecksTheChipOnceAndSendsEachChipsCommand)
+{
+    const Zel::System::Commons::Logging::LogChannel channel{typeid(SpiSwitchPort)};
+    for (const SpiSwitchChip* chip : {&SpiSwitchChip::Ksz8794, &SpiSwitchChip::Ksz8863}) {
+        const bool is8794 = chip == &SpiSwitchChip::Ksz8794;
+        SpiDevice device = (is8794 ? SpiEmulator::Ksz8794() : SpiEmulator::Ksz8863()).Register(0xAB, 0x42).Build(Node8794);
+        SpiSwitchRegisterReader reader(*chip, channel);
+        unsigned char value = 0;
+        EXPECT_FALSE(reader.Read(0xAB, value)) << "not open yet";
+        reader.Open(settings, 3);
+        reader.Open(settings, 3);
+        // KSZ8794: 011, twelve address bits and a turnaround bit.
+        ExpectCommands(device, is8794 ? std::vector<Bytes>{{0x60, 0x00, 0x00}, {0x60, 0x02, 0x00}}
+                                      : std::vector<Bytes>{{0x03, 0x00, 0x00}, {0x03, 0x01, 0x00}});
+        device.ClearTransfers();
+        ASSERT_TRUE(reader.Read(0xAB, value));
+        EXPECT_EQ(value, 0x42);
+        // KSZ8794: bit 7 of the address goes into the first byte.
+        ExpectCommands(device, {is8794 ? Bytes{0x61, 0x56, 0x00} : Bytes{0x03, 0xAB, 0x00}});
+        EXPECT_EQ(device.OpenCount(), 1);
+        reader.Close();
+        reader.Close();
+        EXPECT_FALSE(reader.Read(0xAB, value));
+    }
+    EXPECT_EQ(capture.Count(3, "Error in ReadRegister(): Handle invalid.fdSpi = -1"), 4U);
 }
 
 } // namespace
