@@ -69,11 +69,11 @@ TEST_F(GpioLine, FailedReadsAreTriedTwiceWithOneMessageEach)
 
 TEST_F(GpioLine, WriteIsOneCharacterAtOffsetZero)
 {
-    OpenValue("0\n", O_RDWR);
+    OpenValue("0xy", O_RDWR);
     gpio.Write(fd, value, true);
-    EXPECT_EQ(dir.ReadBack("value"), "1\n");
+    EXPECT_EQ(dir.ReadBack("value"), "1xy");
     gpio.Write(fd, value, false);
-    EXPECT_EQ(dir.ReadBack("value"), "0\n");
+    EXPECT_EQ(dir.ReadBack("value"), "0xy");
     EXPECT_TRUE(capture.Records().empty());
 
     close(fd);
@@ -81,7 +81,7 @@ TEST_F(GpioLine, WriteIsOneCharacterAtOffsetZero)
     gpio.Write(fd, value, true);
     // The quote after the value is missing in the established text.
     EXPECT_EQ(capture.Count(3, "Could not write '1 to '" + value + "': Bad file descriptor"), 1U);
-    EXPECT_EQ(dir.ReadBack("value"), "0\n");
+    EXPECT_EQ(dir.ReadBack("value"), "0xy");
 }
 
 // -1 is a line that is not available: skipped silently by all three.

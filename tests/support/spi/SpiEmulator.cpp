@@ -152,6 +152,11 @@ SpiDevice::~SpiDevice()
     Locked(*state, [](SpiDeviceState& s) { TheRegistry().nodes.erase(s.path); });
 }
 
+const std::string& SpiDevice::Path() const
+{
+    return state->path;
+}
+
 void SpiDevice::SetRegister(unsigned int address, std::uint8_t value)
 {
     Locked(*state, [&](SpiDeviceState& s) { s.registers.at(address) = value; });

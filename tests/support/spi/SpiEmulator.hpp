@@ -38,6 +38,7 @@ public:
     SpiDevice(const SpiDevice&) = delete;
     SpiDevice& operator=(const SpiDevice&) = delete;
 
+    const std::string& Path() const;
     void SetRegister(unsigned int address, std::uint8_t value);
     // Makes every following transfer fail (-1, errno EIO), or succeed again.
     void FailTransfers(bool fail);
