@@ -1,5 +1,7 @@
 #include "Modules/Commons/Linux/IpStatusSocketAccess.hpp"
 
+#include "Modules/Commons/Linux/ScopedDescriptor.hpp"
+
 #include <arpa/inet.h>
 #include <net/if.h>
 #include <netinet/in.h>
@@ -35,24 +37,6 @@ constexpr int routeLineSize = 100;
 
 using ::Zel::System::Commons::Logging::Error;
 using ::Zel::System::Commons::Logging::Trace;
-
-// Closes the query's own socket however the query ends.
-class ScopedSocket {
-public:
-    explicit ScopedSocket(int fd) noexcept : fd(fd) {}
-    ~ScopedSocket()
-    {
-        if (fd >= 0) {
-            close(fd);
-        }
-    }
-    ScopedSocket(const ScopedSocket&) = delete;
-    ScopedSocket& operator=(const ScopedSocket&) = delete;
-    int Get() const noexcept { return fd; }
-
-private:
-    int fd;
-};
 
 struct FileCloser {
     void operator()(FILE* file) const { std::fclose(file); }
@@ -93,7 +77,7 @@ int IpStatusSocketAccess::GetSettingFromSocket(std::uint32_t deviceNumber, std::
         interfaceName, request);
 
     // One socket per query, closed before returning; none is kept.
-    const ScopedSocket socketFd(socket(AF_INET, SOCK_DGRAM, 0));
+    const ScopedDescriptor socketFd(socket(AF_INET, SOCK_DGRAM, 0));
     if (socketFd.Get() == -1) {
         log(Error, "IpStatusSocketAccess::GetSettingFromSocket(): error during socket() for interfaceName {0}",
             interfaceName);

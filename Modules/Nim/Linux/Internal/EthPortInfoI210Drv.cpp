@@ -88,22 +88,19 @@ EthPortInfoI210Drv::EthPortInfoI210Drv(unsigned int deviceIndex, unsigned int po
     : deviceIndex(deviceIndex)
     , portIndex(portIndex)
     , interfaceName(interfaceName)
+    , fdSocket(socket(AF_INET, SOCK_DGRAM, 0))
 {
-    fdSocket = socket(AF_INET, SOCK_DGRAM, 0);
-    if (fdSocket < 0) {
+    if (fdSocket.Get() < 0) {
         throw InvalidOperationException(BasicString("Could not open socket for read Ethernet port info"));
     }
 }
 
-EthPortInfoI210Drv::~EthPortInfoI210Drv()
-{
-    close(fdSocket);
-}
+EthPortInfoI210Drv::~EthPortInfoI210Drv() = default;
 
 LinkState EthPortInfoI210Drv::GetPortLinkState() const
 {
     ifreq request = MakeRequest(interfaceName);
-    if (ioctl(fdSocket, SIOCGIFFLAGS, &request) == -1) {
+    if (ioctl(fdSocket.Get(), SIOCGIFFLAGS, &request) == -1) {
         const int error = errno;
         log(Error, "Error GetPortLinkState() for device {0}, port {1} ({2}): errno {3}", deviceIndex, portIndex,
             interfaceName, error);
@@ -117,7 +114,7 @@ LinkState EthPortInfoI210Drv::GetPortLinkState() const
 LinkSpeed EthPortInfoI210Drv::GetPortLinkSpeed() const
 {
     ethtool_cmd command{};
-    const int error = GetEthtoolSettings(fdSocket, interfaceName, command);
+    const int error = GetEthtoolSettings(fdSocket.Get(), interfaceName, command);
     if (error != 0) {
         log(Error, "Error GetPortLinkSpeed() for device {0}, port {1} ({2}): errno {3}", deviceIndex, portIndex,
             interfaceName, error);
@@ -129,7 +126,7 @@ LinkSpeed EthPortInfoI210Drv::GetPortLinkSpeed() const
 LinkDuplex EthPortInfoI210Drv::GetPortLinkDuplex() const
 {
     ethtool_cmd command{};
-    const int error = GetEthtoolSettings(fdSocket, interfaceName, command);
+    const int error = GetEthtoolSettings(fdSocket.Get(), interfaceName, command);
     if (error != 0) {
         log(Error, "Error GetPortLinkDuplex() for device {0}, port {1} ({2}): errno {3}", deviceIndex, portIndex,
             interfaceName, error);
