@@ -1,8 +1,6 @@
-// What reads attribute files: sysfs ports (device 2, port 3), KSZ8794
-// driver-file ports (device 1, port 4) and GPIO lines, on scratch files that
-// the tests rewrite between queries.
-#include "Modules/Commons/Linux/ErrorString.hpp"
-#include "Modules/Commons/Linux/GpioAccess.hpp"
+// The ports that read attribute files: sysfs ports (device 2, port 3) and
+// KSZ8794 driver-file ports (device 1, port 4), on scratch files that the
+// tests rewrite between queries.
 #include "Modules/Nim/Linux/Internal/EthPortInfoSwitchKSZ8794.hpp"
 #include "Modules/Nim/Linux/Internal/EthPortInfoSysFile.hpp"
 #include "PortTestSupport.hpp"
@@ -13,17 +11,12 @@
 
 #include <gtest/gtest.h>
 
-#include <cerrno>
-#include <fcntl.h>
-
 #include <array>
 #include <memory>
 
 namespace {
 
 using Zel::Hardware::Commons::Modules::ModuleSettings;
-using Zel::Hardware::Modules::Commons::Linux::ErrorString;
-using Zel::Hardware::Modules::Commons::Linux::GpioAccess;
 using Zel::Hardware::Modules::Nim::Linux::Internal::EthPortInfoSwitchKSZ8794;
 using Zel::Hardware::Modules::Nim::Linux::Internal::EthPortInfoSysFile;
 using Zel::Hardware::Modules::Nim::Linux::Internal::IEthPortInfo;
@@ -138,34 +131,33 @@ TEST_F(FilePort, FailedReadsGiveUnknownCodesAndOneMessagePerQuery)
     EXPECT_EQ(capture.Records().size(), 7U);
 }
 
-TEST_F(FilePort, EachMissingFileStopsSetUpAndLeavesTheEarlierDescriptorsOpen)
+// A failed set-up leaves the files opened before the missing one open; a
+// built port holds its files until it is destroyed.
+TEST_F(FilePort, DescriptorsOfSetUpAndOfThePortsLife)
 {
     const long before = OpenDescriptorCount();
     for (const char* name : {"operstate", "speed", "duplex"}) {
         dir.Remove(name);
         ExpectOpenFailure([this] { SysFile(); }, dir.Path(name));
-        dir.Write(name, "x\n");
+        dir.Write(name, "up\n");
     }
-    // operstate, then operstate and speed, were left behind by the failed set-ups.
-    EXPECT_EQ(OpenDescriptorCount(), before + 3);
+    EXPECT_EQ(OpenDescriptorCount(), before + 3) << "operstate, then operstate and speed";
     dir.Remove("port4_speed");
     ExpectOpenFailure([this] { Driver(); }, dir.Path("port4_speed"));
+    dir.Write("port4_speed", "100\n");
+
+    auto sysFile = SysFile();
+    auto driver = Driver();
+    EXPECT_EQ(OpenDescriptorCount(), before + 8);
+    dir.Remove("operstate");
+    EXPECT_EQ(sysFile->GetPortLinkState(), LinkState::Up) << "read through the descriptor opened at set-up";
+    sysFile.reset();
+    driver.reset();
+    EXPECT_EQ(OpenDescriptorCount(), before + 3);
 
     // The prefix is used as written: without a separator it runs into the file name.
     settings.AddSetting("path.2.3.sysFile", dir.Path("eth0"));
     ExpectOpenFailure([this] { SysFile(); }, dir.Path("eth0operstate"));
-}
-
-TEST_F(FilePort, DescriptorsLiveAsLongAsThePort)
-{
-    dir.Write("operstate", "up\n");
-    const long before = OpenDescriptorCount();
-    auto port = SysFile();
-    EXPECT_EQ(OpenDescriptorCount(), before + 3);
-    dir.Remove("operstate");
-    EXPECT_EQ(port->GetPortLinkState(), LinkState::Up) << "read through the descriptor opened at set-up";
-    port.reset();
-    EXPECT_EQ(OpenDescriptorCount(), before);
 }
 
 TEST_F(FilePort, DriverPortNeverChecksItsDuplexDescriptor)
@@ -183,92 +175,6 @@ TEST_F(FilePort, DriverPortNeverChecksItsDuplexDescriptor)
                                    "): errno 9"),
               2U);
     EXPECT_EQ(capture.Records().size(), 2U);
-}
-
-TEST(ErrorString, GivesTheCLibraryText)
-{
-    EXPECT_EQ(ErrorString().GetString(ENOENT), "No such file or directory");
-    EXPECT_EQ(ErrorString().GetString(12345), "Unknown error 12345");
-}
-
-// The descriptors opened here are left to the process's end.
-class GpioLine : public FilePort {
-protected:
-    void OpenValue(const char* text, int flags = O_RDONLY)
-    {
-        dir.Write("value", text);
-        fd = gpio.Open(value, flags);
-    }
-
-    const std::string value = dir.Path("value");
-    GpioAccess gpio;
-    int fd = -1;
-};
-
-TEST_F(GpioLine, ReadFollowsTheFileFromOffsetZero)
-{
-    OpenValue("1\n");
-    // Only a leading '1' is high.
-    for (const auto& [text, expected] : {std::pair{"1\n", true}, {"0\n", false}, {"1", true}, {"x\n", false},
-                                         {"10\n", true}, {" 1\n", false}}) {
-        dir.Write("value", text);
-        bool result = !expected;
-        EXPECT_TRUE(gpio.Read(fd, value, result)) << text;
-        EXPECT_EQ(result, expected) << text;
-    }
-    EXPECT_TRUE(capture.Records().empty());
-}
-
-// The unreadable file (EISDIR) and a missing one are covered through the KSZ8863 ports.
-TEST_F(GpioLine, FailedReadIsTriedTwiceWithOneMessageEach)
-{
-    OpenValue("");
-    bool result = true;
-    EXPECT_FALSE(gpio.Read(fd, value, result)) << "an empty read is a failure";
-    ASSERT_EQ(capture.Records().size(), 2U);
-    for (const auto& record : capture.Records()) {
-        EXPECT_EQ(record.level, 3);
-        EXPECT_EQ(record.text.rfind("Could not read '" + value + "': ", 0), 0U) << record.text;
-    }
-    EXPECT_TRUE(result) << "value must stay untouched";
-}
-
-TEST_F(GpioLine, WriteIsOneCharacterAtOffsetZero)
-{
-    OpenValue("0\n", O_RDWR);
-    gpio.Write(fd, value, true);
-    EXPECT_EQ(dir.ReadBack("value"), "1\n");
-    gpio.Write(fd, value, false);
-    EXPECT_EQ(dir.ReadBack("value"), "0\n");
-    EXPECT_TRUE(capture.Records().empty());
-
-    close(fd);
-    fd = gpio.Open(value, O_RDONLY);
-    gpio.Write(fd, value, true);
-    // The quote after the value is missing in the established text.
-    EXPECT_EQ(capture.Count(3, "Could not write '1 to '" + value + "': Bad file descriptor"), 1U);
-    EXPECT_EQ(dir.ReadBack("value"), "0\n");
-}
-
-TEST_F(GpioLine, FailedCloseWarnsAndKeepsTheDescriptor)
-{
-    int stale = 1000; // not open in this process
-    gpio.Close(stale, "/sys/class/gpio/gpio3/value");
-    EXPECT_EQ(stale, 1000);
-    EXPECT_EQ(capture.Count(5, "Could not close '/sys/class/gpio/gpio3/value': Bad file descriptor"), 1U);
-}
-
-TEST_F(GpioLine, AMissingLineIsSkippedAndCloseResetsTheDescriptor)
-{
-    bool result = true;
-    EXPECT_FALSE(gpio.Read(-1, "unused", result));
-    EXPECT_TRUE(result);
-    gpio.Write(-1, "unused", false);
-    OpenValue("0\n");
-    gpio.Close(fd, value);
-    EXPECT_EQ(fd, -1);
-    gpio.Close(fd, value);
-    EXPECT_TRUE(capture.Records().empty());
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 // device 2 a KSZ8863 with one GPIO link line (a scratch file) per port.
 #include "Modules/Nim/Linux/Internal/EthPortInfoSwitchKSZ8794spi.hpp"
 #include "Modules/Nim/Linux/Internal/EthPortInfoSwitchKSZ8863gpio.hpp"
+#include "Modules/Nim/Linux/Internal/SpiSwitchRegisterReader.hpp"
 #include "PortTestSupport.hpp"
 #include "spi/SpiEmulator.hpp"
 
@@ -12,7 +13,6 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <unistd.h>
 
 #include <memory>
 #include <typeinfo>
@@ -31,13 +31,18 @@ using Zel::System::Commons::NotSupportedException;
 using Zel::Test::SpiDevice;
 using Zel::Test::SpiEmulator;
 using Zel::Test::Ports::ExpectThrow;
+using Zel::Test::Ports::OpenDescriptorCount;
 using Ksz8794 = Zel::Hardware::Modules::Nim::Linux::Internal::EthPortInfoSwitchKSZ8794spi;
 using Ksz8863 = Zel::Hardware::Modules::Nim::Linux::Internal::EthPortInfoSwitchKSZ8863gpio;
 using IEthPortInfo = Zel::Hardware::Modules::Nim::Linux::Internal::IEthPortInfo;
 using Bytes = std::vector<std::uint8_t>;
+using Zel::Hardware::Modules::Nim::Linux::Internal::SpiSwitchChip;
+using Zel::Hardware::Modules::Nim::Linux::Internal::SpiSwitchRegisterReader;
 
 const std::string Node8794 = "/dev/zel-emulated/spidev1.0";
 const std::string Node8863 = "/dev/zel-emulated/spidev2.1";
+const std::string Channel8794 = "Zel.Hardware.Modules.Nim.Linux.Internal.EthPortInfoSwitchKSZ8794spi";
+const std::string Channel8863 = "Zel.Hardware.Modules.Nim.Linux.Internal.EthPortInfoSwitchKSZ8863gpio";
 const std::string Failed8794 = "Can not read data from KSZ8794 Switch: SPI_IOC_MESSAGE failed: -1";
 const std::string Failed8863 = "Can not read data from KSZ8863 Switch: SPI_IOC_MESSAGE failed: -1";
 const std::string NoHandle = "Error in ReadRegister(): Handle invalid.fdSpi = -1";
@@ -57,14 +62,10 @@ void ExpectCommands(const SpiDevice& device, const std::vector<Bytes>& expected)
     EXPECT_EQ(device.LastOpenFlags() & O_ACCMODE, O_RDWR);
 }
 
-// Each class's static SPI descriptor outlives a failed set-up: every test
-// starts and ends with both closed.
 class SpiSwitchPort : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        ASSERT_EQ(Ksz8794::fdSpi, -1);
-        ASSERT_EQ(Ksz8863::fdSpi, -1);
         dir.Write("link1", "1\n");
         dir.Write("link2", "1\n");
         settings.AddSetting("path.3.spi", Node8794);
@@ -72,12 +73,18 @@ protected:
         settings.AddSetting("path.2.1.link", dir.Path("link1"));
         settings.AddSetting("path.2.2.link", dir.Path("link2"));
     }
-    void TearDown() override
+    // A failed chip check leaves the class's device open: a port built now
+    // skips the check and closes the device when dropped. With the device
+    // closed and no node, the port is refused instead.
+    void TearDown() override { CloseSharedDevices(); }
+    void CloseSharedDevices()
     {
-        for (int* fd : {&Ksz8794::fdSpi, &Ksz8863::fdSpi}) {
-            if (*fd >= 0) {
-                close(*fd);
-                *fd = -1;
+        dir.Write("link1", "1\n");
+        for (auto make : {+[](const SpiSwitchPort& t) { (void)t.Make8794(1); },
+                          +[](const SpiSwitchPort& t) { (void)t.Make8863(1); }}) {
+            try {
+                make(*this);
+            } catch (const Exception&) {
             }
         }
     }
@@ -89,94 +96,51 @@ protected:
     Zel::Test::LogCapture capture{8};
 };
 
-TEST_F(SpiSwitchPort, ChipCheckThenOneReadCommandPerRegister)
+// Without a link (KSZ8794 link register bit 5, KSZ8863 GPIO line) speed and
+// duplex are unknown and the mode or status register is not read at all.
+TEST_F(SpiSwitchPort, RegisterDecodingTables)
 {
-    SpiDevice spi8794 = SpiEmulator::Ksz8794().Register(0x1E, 0x20).Register(0x1F, 0x06).Register(0xAB, 0x42).Build(Node8794);
-    const auto port = Make8794(1);
-    const auto secondPort = Make8794(2); // no second chip check
-    EXPECT_EQ(port->GetPortLinkSpeed(), LinkSpeed::Speed100);
-    // 011, twelve address bits and a turnaround bit: chip ids 0 and 1, link 0x1E, mode 0x1F.
-    ExpectCommands(spi8794, {{0x60, 0x00, 0x00}, {0x60, 0x02, 0x00}, {0x60, 0x3C, 0x00}, {0x60, 0x3E, 0x00}});
-    spi8794.ClearTransfers();
-    unsigned char value = 0;
-    ASSERT_TRUE(port->ReadRegister(0xAB, value));
-    EXPECT_EQ(value, 0x42);
-    ExpectCommands(spi8794, {{0x61, 0x56, 0x00}}); // address bit 7 goes into the first byte
-
-    const SpiDevice spi8863 = SpiEmulator::Ksz8863().Register(0x1F, 0x06).Register(0x2F, 0x00).Build(Node8863);
-    const auto port1 = Make8863(1);
-    const auto port2 = Make8863(2);
-    EXPECT_EQ(port1->GetPortLinkSpeed(), LinkSpeed::Speed100);
-    EXPECT_EQ(port2->GetPortLinkDuplex(), LinkDuplex::Half);
-    ExpectCommands(spi8863, {{0x03, 0x00, 0x00}, {0x03, 0x01, 0x00}, {0x03, 0x1F, 0x00}, {0x03, 0x2F, 0x00}});
-    EXPECT_TRUE(capture.Records().empty());
-}
-
-TEST_F(SpiSwitchPort, Ksz8794OperationModeTable)
-{
-    SpiDevice device = SpiEmulator::Ksz8794().Register(0x2E, 0x20).Build(Node8794);
-    const auto port = Make8794(2);
-    // Only the low three bits count; 2, 3, 5 and 6 are the known modes.
-    const struct {
-        std::uint8_t mode;
-        LinkSpeed speed;
-        LinkDuplex duplex;
-    } cases[] = {
-        {0x00, LinkSpeed::Unknown, LinkDuplex::Unknown}, {0x01, LinkSpeed::Unknown, LinkDuplex::Unknown},
-        {0x02, LinkSpeed::Speed10, LinkDuplex::Half},    {0x03, LinkSpeed::Speed100, LinkDuplex::Half},
-        {0x04, LinkSpeed::Unknown, LinkDuplex::Unknown}, {0x05, LinkSpeed::Speed10, LinkDuplex::Full},
-        {0x06, LinkSpeed::Speed100, LinkDuplex::Full},   {0x07, LinkSpeed::Unknown, LinkDuplex::Unknown},
-        {0xFB, LinkSpeed::Speed100, LinkDuplex::Half},   {0xF8, LinkSpeed::Unknown, LinkDuplex::Unknown},
-    };
-    for (const auto& c : cases) {
-        device.SetRegister(0x2F, c.mode);
-        EXPECT_EQ(port->GetPortLinkState(), LinkState::Up);
-        EXPECT_EQ(port->GetPortLinkSpeed(), c.speed) << "mode " << int(c.mode);
-        EXPECT_EQ(port->GetPortLinkDuplex(), c.duplex) << "mode " << int(c.mode);
-    }
-}
-
-TEST_F(SpiSwitchPort, Ksz8863StatusRegisterTable)
-{
-    SpiDevice device = SpiEmulator::Ksz8863().Build(Node8863);
-    const auto port = Make8863(1);
-    // Bit 2: 100 Mbit/s, else 10; bit 1: full duplex, else half.
-    const struct {
-        std::uint8_t status;
-        LinkSpeed speed;
-        LinkDuplex duplex;
-    } cases[] = {
-        {0x00, LinkSpeed::Speed10, LinkDuplex::Half},  {0x02, LinkSpeed::Speed10, LinkDuplex::Full},
-        {0x04, LinkSpeed::Speed100, LinkDuplex::Half}, {0x06, LinkSpeed::Speed100, LinkDuplex::Full},
-        {0xF9, LinkSpeed::Speed10, LinkDuplex::Half},  {0xFF, LinkSpeed::Speed100, LinkDuplex::Full},
-    };
-    for (const auto& c : cases) {
-        device.SetRegister(0x1F, c.status);
-        EXPECT_EQ(port->GetPortLinkSpeed(), c.speed) << "status " << int(c.status);
-        EXPECT_EQ(port->GetPortLinkDuplex(), c.duplex) << "status " << int(c.status);
-    }
-}
-
-TEST_F(SpiSwitchPort, WithoutLinkTheModeRegisterIsNeverRead)
-{
-    SpiDevice spi8794 = SpiEmulator::Ksz8794().Register(0x1E, 0xDF).Register(0x1F, 0x06).Build(Node8794);
-    SpiDevice spi8863 = SpiEmulator::Ksz8863().Register(0x1F, 0x06).Build(Node8863);
-    const auto port8794 = Make8794(1);
+    SpiDevice spi8794 = SpiEmulator::Ksz8794().Build(Node8794);
+    SpiDevice spi8863 = SpiEmulator::Ksz8863().Build(Node8863);
+    const auto port8794 = Make8794(2);
     const auto port8863 = Make8863(1);
-    spi8794.ClearTransfers();
-    spi8863.ClearTransfers();
-    dir.Write("link1", "0\n");
-    for (const IEthPortInfo* port : std::initializer_list<const IEthPortInfo*>{port8794.get(), port8863.get()}) {
-        EXPECT_EQ(port->GetPortLinkState(), LinkState::Down);
-        EXPECT_EQ(port->GetPortLinkSpeed(), LinkSpeed::Unknown);
-        EXPECT_EQ(port->GetPortLinkDuplex(), LinkDuplex::Unknown);
+    // KSZ8794 mode register 0x2F: only the low three bits count, 2, 3, 5 and 6
+    // are the known modes. KSZ8863 status register 0x1F: bit 2 100 Mbit/s
+    // (else 10), bit 1 full duplex (else half).
+    const struct {
+        bool is8794;
+        std::uint8_t link;
+        std::uint8_t value;
+        LinkState state;
+        LinkSpeed speed;
+        LinkDuplex duplex;
+    } cases[] = {
+        {true, 0x20, 0x00, LinkState::Up, LinkSpeed::Unknown, LinkDuplex::Unknown}, {true, 0x20, 0x01, LinkState::Up, LinkSpeed::Unknown, LinkDuplex::Unknown},
+        {true, 0x20, 0x02, LinkState::Up, LinkSpeed::Speed10, LinkDuplex::Half}, {true, 0x20, 0x03, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Half},
+        {true, 0x20, 0x04, LinkState::Up, LinkSpeed::Unknown, LinkDuplex::Unknown}, {true, 0x20, 0x05, LinkState::Up, LinkSpeed::Speed10, LinkDuplex::Full},
+        {true, 0x20, 0x06, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Full}, {true, 0x20, 0x07, LinkState::Up, LinkSpeed::Unknown, LinkDuplex::Unknown},
+        {true, 0x20, 0xFB, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Half}, {true, 0x20, 0xF8, LinkState::Up, LinkSpeed::Unknown, LinkDuplex::Unknown},
+        {true, 0xDF, 0x06, LinkState::Down, LinkSpeed::Unknown, LinkDuplex::Unknown}, {false, 1, 0x00, LinkState::Up, LinkSpeed::Speed10, LinkDuplex::Half},
+        {false, 1, 0x02, LinkState::Up, LinkSpeed::Speed10, LinkDuplex::Full}, {false, 1, 0x04, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Half},
+        {false, 1, 0x06, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Full}, {false, 1, 0xF9, LinkState::Up, LinkSpeed::Speed10, LinkDuplex::Half},
+        {false, 1, 0xFF, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Full}, {false, 0, 0x06, LinkState::Down, LinkSpeed::Unknown, LinkDuplex::Unknown},
+    };
+    for (const auto& c : cases) {
+        SpiDevice& spi = c.is8794 ? spi8794 : spi8863;
+        c.is8794 ? spi8794.SetRegister(0x2E, c.link) : dir.Write("link1", c.link != 0 ? "1\n" : "0\n");
+        spi.SetRegister(c.is8794 ? 0x2F : 0x1F, c.value);
+        spi.ClearTransfers();
+        const IEthPortInfo& port = c.is8794 ? static_cast<const IEthPortInfo&>(*port8794) : *port8863;
+        EXPECT_EQ(port.GetPortLinkState(), c.state);
+        EXPECT_EQ(port.GetPortLinkSpeed(), c.speed) << c.is8794 << " " << int(c.link) << " " << int(c.value);
+        EXPECT_EQ(port.GetPortLinkDuplex(), c.duplex) << c.is8794 << " " << int(c.link) << " " << int(c.value);
+        const bool up = c.state == LinkState::Up;
+        // KSZ8794: the link register at each query, the mode register after a link.
+        const Bytes link = {0x60, 0x5C, 0x00};
+        const Bytes mode = {0x60, 0x5E, 0x00};
+        ExpectCommands(spi, c.is8794 ? (up ? std::vector<Bytes>{link, link, mode, link, mode} : std::vector<Bytes>{link, link, link})
+                                     : (up ? std::vector<Bytes>{{0x03, 0x1F, 0x00}, {0x03, 0x1F, 0x00}} : std::vector<Bytes>{}));
     }
-    ExpectCommands(spi8794, {{0x60, 0x3C, 0x00}, {0x60, 0x3C, 0x00}, {0x60, 0x3C, 0x00}}); // link 0x1E only
-    EXPECT_TRUE(spi8863.Transfers().empty()) << "the KSZ8863's link comes from its GPIO line";
-
-    // Every query asks the hardware again.
-    spi8794.SetRegister(0x1E, 0x20);
-    EXPECT_EQ(port8794->GetPortLinkState(), LinkState::Up);
     EXPECT_TRUE(capture.Records().empty());
 }
 
@@ -212,8 +176,9 @@ TEST_F(SpiSwitchPort, FailedReadsGiveUnknownCodesWithOneMessageEach)
     EXPECT_TRUE(spi8863.Transfers().empty());
 }
 
-// Identity mismatches log with the KSZ8863's name for both chips; an
-// unreadable identity throws the ID0 text for both registers.
+// Identity mismatches log with the KSZ8863's name for both chips, on each
+// class's own channel; an unreadable identity throws the ID0 text for both
+// registers.
 TEST_F(SpiSwitchPort, ChipCheckFailuresStopSetUp)
 {
     const struct {
@@ -237,11 +202,13 @@ TEST_F(SpiSwitchPort, ChipCheckFailuresStopSetUp)
     for (const auto& c : cases) {
         SCOPED_TRACE(c.logged);
         capture.Sink().Clear();
-        SpiEmulator chip = (c.is8794 ? SpiEmulator::Ksz8794() : SpiEmulator::Ksz8863()).Register(0, c.id0).Register(1, c.id1);
+        SpiDevice device = (c.is8794 ? SpiEmulator::Ksz8794() : SpiEmulator::Ksz8863())
+                               .Register(0, c.id0)
+                               .Register(1, c.id1)
+                               .Build(c.is8794 ? Node8794 : Node8863);
         if (c.failingRead >= 0) {
-            chip.FailReadsOf(static_cast<unsigned int>(c.failingRead));
+            device.FailReadsOf(static_cast<unsigned int>(c.failingRead), true);
         }
-        const SpiDevice device = chip.Build(c.is8794 ? Node8794 : Node8863);
         try {
             c.is8794 ? (void)Make8794(1) : (void)Make8863(1);
             ADD_FAILURE() << "accepted";
@@ -249,15 +216,18 @@ TEST_F(SpiSwitchPort, ChipCheckFailuresStopSetUp)
             EXPECT_EQ(typeid(e), c.type);
             EXPECT_EQ(e.GetMessage(), c.thrown);
         }
-        EXPECT_EQ(capture.Count(3, c.logged), 1U);
-        TearDown();
+        ASSERT_EQ(capture.Records().size(), 1U);
+        EXPECT_EQ(capture.Records()[0].level, 3);
+        EXPECT_EQ(capture.Records()[0].text, c.logged);
+        EXPECT_EQ(capture.Records()[0].channel, c.is8794 ? Channel8794 : Channel8863);
+        CloseSharedDevices();
     }
 }
 
 TEST_F(SpiSwitchPort, RefusedBeforeTheDeviceIsOpened)
 {
     ExpectThrow<InvalidOperationException>([this] { Make8794(1); }, "Could not open driver '" + Node8794 + "'.");
-    EXPECT_EQ(Ksz8794::fdSpi, -1);
+    ExpectThrow<InvalidOperationException>([this] { Make8863(1); }, "Could not open driver '" + Node8863 + "'.");
 
     const SpiDevice spi8794 = SpiEmulator::Ksz8794().Build(Node8794);
     const SpiDevice spi8863 = SpiEmulator::Ksz8863().Build(Node8863);
@@ -278,10 +248,12 @@ TEST_F(SpiSwitchPort, RefusedBeforeTheDeviceIsOpened)
 // check; the first destructor closes the one device of all ports.
 TEST_F(SpiSwitchPort, OneDeviceForAllPortsThatTheFirstDestructorCloses)
 {
+    const long before = OpenDescriptorCount();
     SpiDevice spi8794 = SpiEmulator::Ksz8794().Register(0x00, 0x00).Register(0x2E, 0x20).Build(Node8794);
     SpiDevice spi8863 = SpiEmulator::Ksz8863().Register(0x00, 0x87).Register(0x2F, 0x06).Build(Node8863);
     EXPECT_THROW(Make8794(1), NotSupportedException);
     EXPECT_THROW(Make8863(1), NotSupportedException);
+    EXPECT_EQ(OpenDescriptorCount(), before + 3) << "both devices and the failed port's link line";
     spi8794.ClearTransfers();
     spi8863.ClearTransfers();
     auto a1 = Make8794(2);
@@ -293,12 +265,9 @@ TEST_F(SpiSwitchPort, OneDeviceForAllPortsThatTheFirstDestructorCloses)
     EXPECT_EQ(a2->GetPortLinkState(), LinkState::Up);
     EXPECT_EQ(b2->GetPortLinkSpeed(), LinkSpeed::Speed100);
 
-    const long before = Zel::Test::Ports::OpenDescriptorCount();
     a1.reset();
     b1.reset();
-    EXPECT_EQ(Zel::Test::Ports::OpenDescriptorCount(), before - 3) << "both devices and b1's link line";
-    EXPECT_EQ(Ksz8794::fdSpi, -1);
-    EXPECT_EQ(Ksz8863::fdSpi, -1);
+    EXPECT_EQ(OpenDescriptorCount(), before + 2) << "b2's link line and the leaked one";
     EXPECT_EQ(a2->GetPortLinkState(), LinkState::Unknown);
     EXPECT_EQ(a2->GetPortLinkDuplex(), LinkDuplex::Unknown);
     EXPECT_EQ(b2->GetPortLinkState(), LinkState::Up) << "from its own link line";
@@ -306,9 +275,40 @@ TEST_F(SpiSwitchPort, OneDeviceForAllPortsThatTheFirstDestructorCloses)
     EXPECT_EQ(capture.Count(3, NoHandle), 3U);
     a2.reset();
     b2.reset();
-    EXPECT_EQ(Zel::Test::Ports::OpenDescriptorCount(), before - 4);
+    EXPECT_EQ(OpenDescriptorCount(), before + 1);
     EXPECT_EQ(spi8794.OpenCount(), 1);
     EXPECT_EQ(spi8863.OpenCount(), 1);
+    // A device closed by a destructor is opened and checked again.
+    ExpectThrow<NotSupportedException>([this] { Make8794(1); }, "KSZ8794: Chip id0 mismatch.");
+}
+
+// The chip check reads the two identity registers once; a register number
+// with bit 7 set (which no port asks for) goes where each chip expects it.
+TEST_F(SpiSwitchPort, ReaderChecksTheChipOnceAndSendsEachChipsCommand)
+{
+    const Zel::System::Commons::Logging::LogChannel channel{typeid(SpiSwitchPort)};
+    for (const SpiSwitchChip* chip : {&SpiSwitchChip::Ksz8794, &SpiSwitchChip::Ksz8863}) {
+        const bool is8794 = chip == &SpiSwitchChip::Ksz8794;
+        SpiDevice device = (is8794 ? SpiEmulator::Ksz8794() : SpiEmulator::Ksz8863()).Register(0xAB, 0x42).Build(Node8794);
+        SpiSwitchRegisterReader reader(*chip, channel);
+        unsigned char value = 0;
+        EXPECT_FALSE(reader.Read(0xAB, value)) << "not open yet";
+        reader.Open(settings, 3);
+        reader.Open(settings, 3);
+        // KSZ8794: 011, twelve address bits and a turnaround bit.
+        ExpectCommands(device, is8794 ? std::vector<Bytes>{{0x60, 0x00, 0x00}, {0x60, 0x02, 0x00}}
+                                      : std::vector<Bytes>{{0x03, 0x00, 0x00}, {0x03, 0x01, 0x00}});
+        device.ClearTransfers();
+        ASSERT_TRUE(reader.Read(0xAB, value));
+        EXPECT_EQ(value, 0x42);
+        // KSZ8794: bit 7 of the address goes into the first byte.
+        ExpectCommands(device, {is8794 ? Bytes{0x61, 0x56, 0x00} : Bytes{0x03, 0xAB, 0x00}});
+        EXPECT_EQ(device.OpenCount(), 1);
+        reader.Close();
+        reader.Close();
+        EXPECT_FALSE(reader.Read(0xAB, value));
+    }
+    EXPECT_EQ(capture.Count(3, "Error in ReadRegister(): Handle invalid.fdSpi = -1"), 4U);
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "Modules/Commons/Linux/ErrorString.hpp"
 
 #include <Zel/System/Commons/Exception.hpp>
+#include <Zel/System/Commons/Logging/LogAdapter.hpp>
 
 #include <cerrno>
 #include <cstring>
@@ -12,6 +13,8 @@
 namespace Zel::Hardware::Modules::Commons::Linux {
 
 using Zel::System::Commons::InvalidOperationException;
+using Zel::System::Commons::Logging::Error;
+using Zel::System::Commons::Logging::Warning;
 
 int GpioAccess::Open(const BasicString& path, int flags) const
 {
@@ -31,7 +34,7 @@ void GpioAccess::Close(int& fd, const BasicString& path) const
     }
     if (close(fd) != 0) {
         const int error = errno;
-        log(5, "Could not close '{0}': {1}", path, ErrorString().GetString(error));
+        log(Warning, "Could not close '{0}': {1}", path, ErrorString().GetString(error));
         return;
     }
     fd = -1;
@@ -55,7 +58,7 @@ bool GpioAccess::Read(int fd, const BasicString& path, bool& value) const
         }
         // An empty read is a failure too; errno then holds what it held.
         const int error = errno;
-        log(3, "Could not read '{0}': {1}", path, ErrorString().GetString(error));
+        log(Error, "Could not read '{0}': {1}", path, ErrorString().GetString(error));
     }
     return false;
 }
@@ -69,7 +72,7 @@ void GpioAccess::Write(int fd, const BasicString& path, bool value) const
     if (pwrite(fd, text, strnlen(text, 2), 0) < 0) {
         const int error = errno;
         // The missing quote after {0} is the established text; log filters match it.
-        log(3, "Could not write '{0} to '{1}': {2}", text, path, ErrorString().GetString(error));
+        log(Error, "Could not write '{0} to '{1}': {2}", text, path, ErrorString().GetString(error));
     }
 }
 

@@ -1,5 +1,7 @@
 #include "Modules/Commons/Linux/IpStatusSocketAccess.hpp"
 
+#include "Modules/Commons/Linux/ScopedDescriptor.hpp"
+
 #include <arpa/inet.h>
 #include <net/if.h>
 #include <netinet/in.h>
@@ -7,10 +9,13 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <Zel/System/Commons/Logging/LogAdapter.hpp>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 namespace Zel::Hardware::Modules::Commons::Linux {
 
@@ -30,6 +35,13 @@ constexpr std::size_t addressTextSize = 32;
 // tab-separated fields and is skipped.
 constexpr int routeLineSize = 100;
 
+using ::Zel::System::Commons::Logging::Error;
+using ::Zel::System::Commons::Logging::Trace;
+
+struct FileCloser {
+    void operator()(FILE* file) const { std::fclose(file); }
+};
+
 bool IsValidDevice(std::uint32_t deviceNumber, std::uint32_t deviceCount)
 {
     return deviceNumber != 0 && deviceNumber <= deviceCount;
@@ -42,14 +54,14 @@ IpStatusSocketAccess::IpStatusSocketAccess(const BasicString& routeFile) : route
 int IpStatusSocketAccess::GetCurrentIpAdress(std::uint32_t deviceNumber, std::uint32_t deviceCount,
                                              const BasicString& interfaceName, BasicString& result) const
 {
-    log(8, "IpStatusSocketAccess::GetCurrentIpAdress(): {0}", deviceNumber);
+    log(Trace, "IpStatusSocketAccess::GetCurrentIpAdress(): {0}", deviceNumber);
     return GetSettingFromSocket(deviceNumber, deviceCount, interfaceName, SIOCGIFADDR, result);
 }
 
 int IpStatusSocketAccess::GetCurrentSubnetMask(std::uint32_t deviceNumber, std::uint32_t deviceCount,
                                                const BasicString& interfaceName, BasicString& result) const
 {
-    log(8, "IpStatusSocketAccess::GetCurrentSubnetMask(): {0}", deviceNumber);
+    log(Trace, "IpStatusSocketAccess::GetCurrentSubnetMask(): {0}", deviceNumber);
     return GetSettingFromSocket(deviceNumber, deviceCount, interfaceName, SIOCGIFNETMASK, result);
 }
 
@@ -58,16 +70,16 @@ int IpStatusSocketAccess::GetSettingFromSocket(std::uint32_t deviceNumber, std::
                                                BasicString& result) const
 {
     if (!IsValidDevice(deviceNumber, deviceCount)) {
-        log(3, "IpStatusSocketAccess::GetSettingFromSocket(): Invalid device number {0}", deviceNumber);
+        log(Error, "IpStatusSocketAccess::GetSettingFromSocket(): Invalid device number {0}", deviceNumber);
         return 1;
     }
-    log(8, "IpStatusSocketAccess::GetSettingFromSocket(): device {0} interfaceName {1} request {2}", deviceNumber,
+    log(Trace, "IpStatusSocketAccess::GetSettingFromSocket(): device {0} interfaceName {1} request {2}", deviceNumber,
         interfaceName, request);
 
     // One socket per query, closed before returning; none is kept.
-    const int socketFd = socket(AF_INET, SOCK_DGRAM, 0);
-    if (socketFd == -1) {
-        log(3, "IpStatusSocketAccess::GetSettingFromSocket(): error during socket() for interfaceName {0}",
+    const ScopedDescriptor socketFd(socket(AF_INET, SOCK_DGRAM, 0));
+    if (socketFd.Get() == -1) {
+        log(Error, "IpStatusSocketAccess::GetSettingFromSocket(): error during socket() for interfaceName {0}",
             interfaceName);
         return 1;
     }
@@ -80,50 +92,47 @@ int IpStatusSocketAccess::GetSettingFromSocket(std::uint32_t deviceNumber, std::
     // here, while the route table compares the whole name.
     std::strncpy(interfaceRequest.ifr_name, interfaceName.c_str(), IFNAMSIZ - 1);
 
-    int status = 0;
-    if (ioctl(socketFd, request, &interfaceRequest) == 0) {
+    if (ioctl(socketFd.Get(), request, &interfaceRequest) == 0) {
         std::memcpy(&address, &interfaceRequest.ifr_addr, sizeof(address));
         char text[addressTextSize] = {};
         std::strncpy(text, inet_ntoa(address.sin_addr), addressTextSize - 1);
         text[addressTextSize - 1] = '\0';
         result = text;
-        log(8, "IpStatusSocketAccess::GetSettingFromSocket(): IOCTL value {0}", result);
-    } else {
-        const int error = errno;
-        if (error == EADDRNOTAVAIL) {
-            // The interface exists but has no IPv4 address: a normal state,
-            // not an error, so nothing is logged.
-            result = "0.0.0.0";
-        } else {
-            log(3, "IpStatusSocketAccess::GetSettingFromSocket(): error {0} during ioctl() for interfaceName {1}",
-                error, interfaceName);
-            status = 1;
-        }
+        log(Trace, "IpStatusSocketAccess::GetSettingFromSocket(): IOCTL value {0}", result);
+        return 0;
     }
-    close(socketFd);
-    return status;
+    const int error = errno;
+    if (error == EADDRNOTAVAIL) {
+        // The interface exists but has no IPv4 address: a normal state, not
+        // an error, so nothing is logged.
+        result = "0.0.0.0";
+        return 0;
+    }
+    log(Error, "IpStatusSocketAccess::GetSettingFromSocket(): error {0} during ioctl() for interfaceName {1}", error,
+        interfaceName);
+    return 1;
 }
 
 int IpStatusSocketAccess::GetCurrentDefaultGateway(std::uint32_t deviceNumber, std::uint32_t deviceCount,
                                                    const BasicString& interfaceName, BasicString& result) const
 {
     if (!IsValidDevice(deviceNumber, deviceCount)) {
-        log(3, "IpStatusSocketAccess::GetCurrentDefaultGateway(): Invalid device number {0}", deviceNumber);
+        log(Error, "IpStatusSocketAccess::GetCurrentDefaultGateway(): Invalid device number {0}", deviceNumber);
         return 1;
     }
-    log(8, "IpStatusSocketAccess::GetCurrentDefaultGateway(): device {0} interfaceName {1}", deviceNumber,
+    log(Trace, "IpStatusSocketAccess::GetCurrentDefaultGateway(): device {0} interfaceName {1}", deviceNumber,
         interfaceName);
 
-    FILE* file = std::fopen(routeFile.c_str(), "r");
+    const std::unique_ptr<FILE, FileCloser> file(std::fopen(routeFile.c_str(), "r"));
     if (file == nullptr) {
-        log(3, "IpStatusSocketAccess::GetCurrentDefaultGateway(): Error open file {0}", routeFile);
+        log(Error, "IpStatusSocketAccess::GetCurrentDefaultGateway(): Error open file {0}", routeFile);
         return 1;
     }
 
     bool found = false;
     unsigned long gateway = 0;
     char line[routeLineSize];
-    while (std::fgets(line, routeLineSize, file) != nullptr) {
+    while (std::fgets(line, routeLineSize, file.get()) != nullptr) {
         // Only tabs separate the fields; the padding blanks stay in the last
         // field, which is not read.
         char* savePointer = nullptr;
@@ -139,22 +148,21 @@ int IpStatusSocketAccess::GetCurrentDefaultGateway(std::uint32_t deviceNumber, s
             continue;
         }
         gateway = std::strtoul(gatewayField, nullptr, 16);
-        log(8, "IpStatusSocketAccess::GetCurrentDefaultGateway(): Default Gateway is {0}, 0x{1:X}", gatewayField,
+        log(Trace, "IpStatusSocketAccess::GetCurrentDefaultGateway(): Default Gateway is {0}, 0x{1:X}", gatewayField,
             gateway);
         // No break: with several default routes on the interface the last
         // line of the table wins.
         found = true;
     }
-    std::fclose(file);
 
     if (found) {
         // The table holds 32-bit addresses; only a malformed field on a
         // 64-bit build parses wider, and its low 32 bits are shown.
         result = FormatIpParameter(static_cast<std::uint32_t>(gateway));
-        log(8, "IpStatusSocketAccess::GetCurrentDefaultGateway(): Default Gateway found in 'route': {0}", result);
+        log(Trace, "IpStatusSocketAccess::GetCurrentDefaultGateway(): Default Gateway found in 'route': {0}", result);
     } else {
         result = "0.0.0.0";
-        log(8, "IpStatusSocketAccess::GetCurrentDefaultGateway(): Default Gateway not found in 'route': {0}", result);
+        log(Trace, "IpStatusSocketAccess::GetCurrentDefaultGateway(): Default Gateway not found in 'route': {0}", result);
     }
     return 0;
 }

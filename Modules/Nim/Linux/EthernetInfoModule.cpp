@@ -10,20 +10,15 @@
 #include <Zel/Hardware/Commons/Modules/SettingField.hpp>
 #include <Zel/System/Commons/Exception.hpp>
 #include <Zel/System/Commons/Logging/LogAdapter.hpp>
-#include <Zel/System/Commons/SecureStrcpy.hpp>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
+#include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <locale>
 #include <sstream>
-
-#include <ifaddrs.h>
-#include <net/if.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 namespace Zel::Hardware::Modules::Nim::Linux {
 
@@ -39,10 +34,31 @@ using BasicString = ::Zel::System::Commons::BasicString;
 
 // Numbers in the configuration take C base prefixes: "0x2" and "2" both name
 // line 2, "010" is eight. Text that is no number reads as 0, which the index
-// check then reports as a wrong index.
+// check then reports as a wrong index. The controller reads them with a
+// 32-bit strtoul: a magnitude above 4294967295 gives 4294967295, and a minus
+// sign negates modulo 2^32. Done so here on every platform, so "4294967297"
+// is no line 1 on a 64-bit build either.
 unsigned int ParseUnsigned(const BasicString& text)
 {
-    return static_cast<unsigned int>(std::strtoul(text.c_str(), nullptr, 0));
+    const char* cursor = text.c_str();
+    while (std::isspace(static_cast<unsigned char>(*cursor)) != 0) {
+        ++cursor;
+    }
+    const bool negative = *cursor == '-';
+    if (*cursor == '-' || *cursor == '+') {
+        ++cursor;
+    }
+    // A second sign or a blank after the sign is no number for strtoul.
+    if (std::isdigit(static_cast<unsigned char>(*cursor)) == 0) {
+        return 0;
+    }
+    errno = 0;
+    const unsigned long long magnitude = std::strtoull(cursor, nullptr, 0);
+    if (errno == ERANGE || magnitude > UINT_MAX) {
+        return UINT_MAX;
+    }
+    const auto value = static_cast<unsigned int>(magnitude);
+    return negative ? 0U - value : value;
 }
 
 BasicString Trim(const BasicString& text)
@@ -72,13 +88,10 @@ std::vector<BasicString> SplitPortNames(const BasicString& text)
     return names;
 }
 
-struct IfAddrsDeleter {
-    void operator()(ifaddrs* list) const { freeifaddrs(list); }
-};
-
 } // namespace
 
-EthernetInfoModule::EthernetInfoModule()
+EthernetInfoModule::EthernetInfoModule(std::unique_ptr<const Internal::NetworkInterfaceAccess> kernel)
+    : kernel(std::move(kernel))
 {
     // The channel exists from construction on, so the first set-up message
     // does not pay for creating it.
@@ -179,23 +192,9 @@ bool EthernetInfoModule::IsEnabled() const
 
 std::vector<BasicString> EthernetInfoModule::ReadCurrentIfNames() const
 {
-    ifaddrs* raw = nullptr;
-    if (getifaddrs(&raw) == -1) {
-        const int error = errno;
-        // Two blanks before "errno": the text is matched as it stands.
-        throw InvalidOperationException(
-            BasicString::Format("Could not read current interface list:  errno {0}", error));
-    }
-    const std::unique_ptr<ifaddrs, IfAddrsDeleter> list(raw);
-
-    // One AF_PACKET entry per link-layer interface, whether or not it has
-    // an IP address.
-    std::vector<BasicString> names;
-    for (const ifaddrs* entry = list.get(); entry != nullptr; entry = entry->ifa_next) {
-        if (entry->ifa_addr != nullptr && entry->ifa_addr->sa_family == AF_PACKET) {
-            log(Debug, "Found interface {0}", entry->ifa_name);
-            names.emplace_back(entry->ifa_name);
-        }
+    std::vector<BasicString> names = kernel->ReadLinkInterfaceNames();
+    for (const BasicString& name : names) {
+        log(Debug, "Found interface {0}", name);
     }
     return names;
 }
@@ -207,35 +206,12 @@ bool EthernetInfoModule::CheckName(const BasicString& name, const std::vector<Ba
 
 BasicString EthernetInfoModule::ReadMacAddress(const BasicString& interfaceName) const
 {
-    ifreq request{};
-    ::Zel::System::Commons::SecureStrcpy(request.ifr_name, IFNAMSIZ, interfaceName.c_str());
-
-    // Raw descriptor: the failure path below leaves it open on purpose.
-    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    if (fd < 0) {
-        const int error = errno;
-        throw InvalidOperationException(
-            BasicString::Format("Could not open socket for read mac info from '{0}': errno {1}", interfaceName, error));
-    }
-    if (ioctl(fd, SIOCGIFHWADDR, &request) < 0) {
-        const int error = errno;
-        // The socket stays open on this path; the controller's runtime has
-        // always behaved so and set-up fails here anyway.
-        throw InvalidOperationException(
-            BasicString::Format("Could not read mac info from '{0}': errno {1}", interfaceName, error));
-    }
-    close(fd);
-
-    // sa_data is plain char, signed on x86: go through unsigned char so 0xA0
-    // prints as A0.
-    auto byte = [&request](int i) {
-        return static_cast<unsigned int>(static_cast<unsigned char>(request.ifr_hwaddr.sa_data[i]));
-    };
+    const Internal::NetworkInterfaceAccess::HardwareAddress address = kernel->ReadHardwareAddress(interfaceName);
     BasicString text;
-    for (int i = 0; i < 5; ++i) {
-        text += BasicString::Format("{0:02X}:", byte(i));
+    for (std::size_t i = 0; i + 1 < address.size(); ++i) {
+        text += BasicString::Format("{0:02X}:", static_cast<unsigned int>(address[i]));
     }
-    text += BasicString::Format("{0:02X}", byte(5));
+    text += BasicString::Format("{0:02X}", static_cast<unsigned int>(address.back()));
     return text;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Modules/Nim/Linux/Internal/IEthPortInfo.hpp"
+#include "Modules/Nim/Linux/Internal/NetworkInterfaceAccess.hpp"
 
 #include <Zel/Hardware/Commons/Modules/HardwareModuleBase.hpp>
 #include <Zel/Hardware/Commons/Modules/HardwareModuleProvider.hpp>
@@ -45,8 +46,10 @@ public:
         std::vector<std::shared_ptr<IEthPortInfo>> ports;
     };
 
-    // Starts with an empty device table; opens the class's log channel, no I/O.
-    EthernetInfoModule();
+    // Starts with an empty device table; opens the class's log channel, no
+    // I/O. kernel answers the interface list and the MAC addresses.
+    explicit EthernetInfoModule(std::unique_ptr<const Internal::NetworkInterfaceAccess> kernel =
+                                    std::make_unique<const Internal::NetworkInterfaceAccess>());
     ~EthernetInfoModule() override;
     EthernetInfoModule(const EthernetInfoModule&) = delete;
     EthernetInfoModule& operator=(const EthernetInfoModule&) = delete;
@@ -86,6 +89,7 @@ public:
                                                     const BasicString& portPublicName) const;
 
 private:
+    std::unique_ptr<const Internal::NetworkInterfaceAccess> kernel;
     std::vector<DeviceEntry> devices;
 };
 

@@ -3,6 +3,7 @@
 #include <Zel/Hardware/Commons/Modules/HardwareModuleProvider.hpp>
 #include <Zel/Hardware/Commons/Modules/ModuleSettings.hpp>
 #include <Zel/System/Commons/Exception.hpp>
+#include <Zel/System/Commons/Logging/LogAdapter.hpp>
 
 namespace Zel::Hardware::Modules::Nim::Linux {
 
@@ -11,6 +12,8 @@ using Zel::Hardware::Commons::Modules::ModuleSettings;
 using Zel::Hardware::Modules::Commons::Linux::IpStatusSocketAccess;
 using Zel::Hardware::Nim::Modules::IEthernetInfoModule;
 using Zel::System::Commons::InvalidOperationException;
+using Zel::System::Commons::Logging::Debug;
+using Zel::System::Commons::Logging::Trace;
 
 IpStatusModule::IpStatusModule() = default;
 
@@ -19,7 +22,7 @@ IpStatusModule::~IpStatusModule() = default;
 void IpStatusModule::SetupSettings(const ModuleSettings& /*settings*/, const HardwareModuleProvider& provider)
 {
     // The module has no configuration of its own.
-    log(7, "IpStatusModule::SetupSettings()");
+    log(Debug, "IpStatusModule::SetupSettings()");
     IEthernetInfoModule* module = provider.GetHardwareModule<IEthernetInfoModule>();
     if (module == nullptr) {
         throw InvalidOperationException("IpStatusModule::SetupSettings(): ethInfoModule is NULL!");
@@ -31,12 +34,12 @@ void IpStatusModule::SetupSettings(const ModuleSettings& /*settings*/, const Har
 
 void IpStatusModule::Dispose()
 {
-    log(7, "IpStatusModule::Dispose()");
+    log(Debug, "IpStatusModule::Dispose()");
 }
 
 bool IpStatusModule::IsEnabled() const
 {
-    log(7, "IpStatusModule::IsEnabled()");
+    log(Debug, "IpStatusModule::IsEnabled()");
     return true;
 }
 
@@ -66,7 +69,7 @@ BasicString IpStatusModule::GetDeviceIpAddress(unsigned int device) const
 BasicString IpStatusModule::Query(unsigned int device, AccessFunction access, const char* traceFormat,
                                   const char* failureFormat) const
 {
-    log(8, traceFormat, device);
+    log(Trace, traceFormat, device);
     BasicString result;
     // Asked before any check of the number: for 0 or a number above the
     // count the Ethernet module's std::out_of_range passes through unchanged,
@@ -76,7 +79,7 @@ BasicString IpStatusModule::Query(unsigned int device, AccessFunction access, co
     if (status != 0) {
         throw InvalidOperationException(BasicString::Format(failureFormat, status));
     }
-    log(8, traceFormat, result);
+    log(Trace, traceFormat, result);
     return result;
 }
 

@@ -3,12 +3,14 @@
 #include <Zel/Hardware/Commons/Modules/HardwareModuleProvider.hpp>
 #include <Zel/Hardware/Commons/Modules/ModuleSettings.hpp>
 #include <Zel/System/Commons/Exception.hpp>
+#include <Zel/System/Commons/Logging/LogAdapter.hpp>
 
 namespace Zel::Hardware::Modules::Nim::Linux {
 
 using Zel::Hardware::Commons::Modules::HardwareModuleProvider;
 using Zel::Hardware::Commons::Modules::ModuleSettings;
 using Zel::System::Commons::ArgumentException;
+using Zel::System::Commons::Logging::Trace;
 
 // This module's messages use "{}" placeholders, unlike the rest of the
 // library; the framework's log filters know them in this form.
@@ -20,17 +22,17 @@ NetworkComponentRegistrationModule::~NetworkComponentRegistrationModule() = defa
 void NetworkComponentRegistrationModule::SetupSettings(const ModuleSettings& /*settings*/,
                                                        const HardwareModuleProvider& /*provider*/)
 {
-    log(8, "NetworkComponentRegistrationModule::SetupSettings()");
+    log(Trace, "NetworkComponentRegistrationModule::SetupSettings()");
 }
 
 void NetworkComponentRegistrationModule::Dispose()
 {
-    log(8, "NetworkComponentRegistrationModule::Dispose()");
+    log(Trace, "NetworkComponentRegistrationModule::Dispose()");
 }
 
 bool NetworkComponentRegistrationModule::IsEnabled() const
 {
-    log(8, "NetworkComponentRegistrationModule::IsEnabled()");
+    log(Trace, "NetworkComponentRegistrationModule::IsEnabled()");
     return true;
 }
 
@@ -39,7 +41,7 @@ void NetworkComponentRegistrationModule::RegisterNetworkComponent(const BasicStr
     if (interfaceId == 0) {
         throw ArgumentException::Create("interfaceId", interfaceId, "0 is not a valid interface id.");
     }
-    log(8, "Registering '{}' on interface {}", name, interfaceId);
+    log(Trace, "Registering '{}' on interface {}", name, interfaceId);
     // emplace keeps an existing entry: a second registration of a name is
     // ignored on purpose; moving a component means unregistering it first.
     components.emplace(name, interfaceId);
@@ -47,7 +49,7 @@ void NetworkComponentRegistrationModule::RegisterNetworkComponent(const BasicStr
 
 void NetworkComponentRegistrationModule::UnregisterNetworkComponent(const BasicString& name)
 {
-    log(8, "Unregistering '{}'", name);
+    log(Trace, "Unregistering '{}'", name);
     components.erase(name);
 }
 
@@ -55,10 +57,10 @@ unsigned int NetworkComponentRegistrationModule::GetNetworkInterface(const Basic
 {
     const auto entry = components.find(name);
     if (entry == components.end()) {
-        log(8, "GetNetworkInterface: '{}' not found!", name);
+        log(Trace, "GetNetworkInterface: '{}' not found!", name);
         return 0;
     }
-    log(8, "GetNetworkInterface: '{}' is on interface {}", name, entry->second);
+    log(Trace, "GetNetworkInterface: '{}' is on interface {}", name, entry->second);
     return entry->second;
 }
 

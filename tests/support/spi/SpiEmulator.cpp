@@ -6,6 +6,7 @@
 #include <cstring>
 #include <linux/spi/spidev.h>
 #include <map>
+#include <set>
 #include <mutex>
 #include <stdexcept>
 #include <string_view>
@@ -146,13 +147,9 @@ void Forget(int fd)
 
 SpiDevice::SpiDevice(std::shared_ptr<SpiDeviceState> state) : state(std::move(state)) {}
 
-SpiDevice::SpiDevice(SpiDevice&& other) noexcept : state(std::move(other.state)) {}
-
 SpiDevice::~SpiDevice()
 {
-    if (state) {
-        Locked(*state, [](SpiDeviceState& s) { TheRegistry().nodes.erase(s.path); });
-    }
+    Locked(*state, [](SpiDeviceState& s) { TheRegistry().nodes.erase(s.path); });
 }
 
 const std::string& SpiDevice::Path() const
@@ -199,12 +196,6 @@ SpiEmulator& SpiEmulator::Register(unsigned int address, std::uint8_t value)
     return *this;
 }
 
-SpiEmulator& SpiEmulator::FailReadsOf(unsigned int address)
-{
-    failingReads.insert(address);
-    return *this;
-}
-
 SpiDevice SpiEmulator::Build(const std::string& path) const
 {
     // access() is not interposed: it sees the real file system.
@@ -215,7 +206,6 @@ SpiDevice SpiEmulator::Build(const std::string& path) const
     state->path = path;
     state->ksz8794 = ksz8794;
     state->registers = registers;
-    state->failingReads = failingReads;
     std::lock_guard<std::mutex> guard(TheRegistry().lock);
     if (!TheRegistry().nodes.emplace(path, state).second) {
         throw std::runtime_error("SpiEmulator: '" + path + "' is already emulated");

@@ -13,7 +13,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -36,8 +35,8 @@ class SpiDevice {
 public:
     explicit SpiDevice(std::shared_ptr<SpiDeviceState> state);
     ~SpiDevice();
-    SpiDevice(SpiDevice&&) noexcept;
-    SpiDevice& operator=(SpiDevice&&) = delete;
+    SpiDevice(const SpiDevice&) = delete;
+    SpiDevice& operator=(const SpiDevice&) = delete;
 
     const std::string& Path() const;
     void SetRegister(unsigned int address, std::uint8_t value);
@@ -65,7 +64,6 @@ public:
     static SpiEmulator Ksz8863();
 
     SpiEmulator& Register(unsigned int address, std::uint8_t value);
-    SpiEmulator& FailReadsOf(unsigned int address);
 
     // Makes `path` openable in this process. Throws std::runtime_error when a
     // real file exists there or the path is already emulated, so a test that
@@ -77,7 +75,6 @@ private:
 
     bool ksz8794;
     std::vector<std::uint8_t> registers;
-    std::set<unsigned int> failingReads;
 };
 
 } // namespace Zel::Test

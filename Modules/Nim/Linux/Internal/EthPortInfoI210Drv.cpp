@@ -1,6 +1,7 @@
 #include "Modules/Nim/Linux/Internal/EthPortInfoI210Drv.hpp"
 
 #include <Zel/System/Commons/Exception.hpp>
+#include <Zel/System/Commons/Logging/LogAdapter.hpp>
 #include <Zel/System/Commons/SecureStrcpy.hpp>
 
 #include <cerrno>
@@ -16,6 +17,7 @@ namespace Zel::Hardware::Modules::Nim::Linux::Internal {
 
 using Zel::System::Commons::InvalidOperationException;
 using Zel::System::Commons::SecureStrcpy;
+using Zel::System::Commons::Logging::Error;
 
 // The request numbers and layouts are the kernel's ABI; pin them.
 static_assert(SIOCGIFFLAGS == 0x8913);
@@ -86,24 +88,21 @@ EthPortInfoI210Drv::EthPortInfoI210Drv(unsigned int deviceIndex, unsigned int po
     : deviceIndex(deviceIndex)
     , portIndex(portIndex)
     , interfaceName(interfaceName)
+    , fdSocket(socket(AF_INET, SOCK_DGRAM, 0))
 {
-    fdSocket = socket(AF_INET, SOCK_DGRAM, 0);
-    if (fdSocket < 0) {
+    if (fdSocket.Get() < 0) {
         throw InvalidOperationException(BasicString("Could not open socket for read Ethernet port info"));
     }
 }
 
-EthPortInfoI210Drv::~EthPortInfoI210Drv()
-{
-    close(fdSocket);
-}
+EthPortInfoI210Drv::~EthPortInfoI210Drv() = default;
 
 LinkState EthPortInfoI210Drv::GetPortLinkState() const
 {
     ifreq request = MakeRequest(interfaceName);
-    if (ioctl(fdSocket, SIOCGIFFLAGS, &request) == -1) {
+    if (ioctl(fdSocket.Get(), SIOCGIFFLAGS, &request) == -1) {
         const int error = errno;
-        log(3, "Error GetPortLinkState() for device {0}, port {1} ({2}): errno {3}", deviceIndex, portIndex,
+        log(Error, "Error GetPortLinkState() for device {0}, port {1} ({2}): errno {3}", deviceIndex, portIndex,
             interfaceName, error);
         return LinkState::Unknown;
     }
@@ -115,9 +114,9 @@ LinkState EthPortInfoI210Drv::GetPortLinkState() const
 LinkSpeed EthPortInfoI210Drv::GetPortLinkSpeed() const
 {
     ethtool_cmd command{};
-    const int error = GetEthtoolSettings(fdSocket, interfaceName, command);
+    const int error = GetEthtoolSettings(fdSocket.Get(), interfaceName, command);
     if (error != 0) {
-        log(3, "Error GetPortLinkSpeed() for device {0}, port {1} ({2}): errno {3}", deviceIndex, portIndex,
+        log(Error, "Error GetPortLinkSpeed() for device {0}, port {1} ({2}): errno {3}", deviceIndex, portIndex,
             interfaceName, error);
         return LinkSpeed::Unknown;
     }
@@ -127,9 +126,9 @@ LinkSpeed EthPortInfoI210Drv::GetPortLinkSpeed() const
 LinkDuplex EthPortInfoI210Drv::GetPortLinkDuplex() const
 {
     ethtool_cmd command{};
-    const int error = GetEthtoolSettings(fdSocket, interfaceName, command);
+    const int error = GetEthtoolSettings(fdSocket.Get(), interfaceName, command);
     if (error != 0) {
-        log(3, "Error GetPortLinkDuplex() for device {0}, port {1} ({2}): errno {3}", deviceIndex, portIndex,
+        log(Error, "Error GetPortLinkDuplex() for device {0}, port {1} ({2}): errno {3}", deviceIndex, portIndex,
             interfaceName, error);
         return LinkDuplex::Unknown;
     }

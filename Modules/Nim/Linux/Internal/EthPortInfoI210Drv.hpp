@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Modules/Commons/Linux/ScopedDescriptor.hpp"
 #include "Modules/Nim/Linux/Internal/IEthPortInfo.hpp"
 
 #include <Zel/System/Commons/Logging/Loggable.hpp>
@@ -26,7 +27,7 @@ private:
     unsigned int deviceIndex;
     unsigned int portIndex;
     BasicString interfaceName;
-    int fdSocket = -1;
+    Zel::Hardware::Modules::Commons::Linux::ScopedDescriptor fdSocket;
 };
 
 } // namespace Zel::Hardware::Modules::Nim::Linux::Internal

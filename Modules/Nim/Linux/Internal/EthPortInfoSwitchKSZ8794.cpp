@@ -1,15 +1,9 @@
 #include "Modules/Nim/Linux/Internal/EthPortInfoSwitchKSZ8794.hpp"
-#include "Modules/Nim/Linux/Internal/PortFileText.hpp"
 
-#include <Zel/System/Commons/Exception.hpp>
-
-#include <cerrno>
 #include <fcntl.h>
 #include <unistd.h>
 
 namespace Zel::Hardware::Modules::Nim::Linux::Internal {
-
-using Zel::System::Commons::InvalidOperationException;
 
 namespace {
 
@@ -22,23 +16,15 @@ bool IsUnlinked(const PortFileText& text)
 
 EthPortInfoSwitchKSZ8794::EthPortInfoSwitchKSZ8794(unsigned int deviceIndex, unsigned int portIndex,
                                                    const Zel::Hardware::Commons::Modules::ModuleSettings& settings)
-    : deviceIndex(deviceIndex)
-    , portIndex(portIndex)
+    : files(log, deviceIndex, portIndex)
     , speedFilePath(settings.GetSetting(BasicString::Format("path.{0}.{1}.speed", deviceIndex, portIndex)))
     , duplexFilePath(settings.GetSetting(BasicString::Format("path.{0}.{1}.duplex", deviceIndex, portIndex)))
 {
-    fdSpeed = open(speedFilePath.c_str(), O_RDONLY);
-    if (fdSpeed < 0) {
-        throw InvalidOperationException(BasicString::Format("Could not open '{0}' for read.", speedFilePath));
-    }
+    fdSpeed = PortFileReader::OpenForRead(speedFilePath);
+    // A duplex file that cannot be opened is never reported at set-up: the
+    // port is built with fdDuplex -1 and each duplex query logs and answers
+    // unknown. Installed systems rely on that.
     fdDuplex = open(duplexFilePath.c_str(), O_RDONLY);
-    // The speed descriptor is tested here, not the duplex one, so a duplex
-    // file that cannot be opened is never reported at set-up: the port is
-    // built with fdDuplex -1 and each duplex query logs and answers unknown.
-    // Installed systems rely on that, so the test stays as it is.
-    if (fdSpeed < 0) {
-        throw InvalidOperationException(BasicString::Format("Could not open '{0}' for read.", duplexFilePath));
-    }
 }
 
 EthPortInfoSwitchKSZ8794::~EthPortInfoSwitchKSZ8794()
@@ -51,10 +37,8 @@ EthPortInfoSwitchKSZ8794::~EthPortInfoSwitchKSZ8794()
 // GetPortLinkState and the speed file; log filters match exactly that text.
 LinkState EthPortInfoSwitchKSZ8794::GetPortLinkState() const
 {
-    const PortFileText text = PortFileText::Read(fdSpeed);
-    if (text.Failed()) {
-        log(3, "Error GetPortLinkState() for device {0}, port {1} ({2}): errno {3}", deviceIndex, portIndex,
-            speedFilePath, text.error);
+    PortFileText text;
+    if (!files.Read(fdSpeed, speedFilePath, "", text)) {
         return LinkState::Unknown;
     }
     // Every text but "unlinked" means a link, also one without a known speed.
@@ -63,13 +47,8 @@ LinkState EthPortInfoSwitchKSZ8794::GetPortLinkState() const
 
 LinkSpeed EthPortInfoSwitchKSZ8794::GetPortLinkSpeed() const
 {
-    const PortFileText text = PortFileText::Read(fdSpeed);
-    if (text.Failed()) {
-        log(3, "Error GetPortLinkState() for device {0}, port {1} ({2}): errno {3}", deviceIndex, portIndex,
-            speedFilePath, text.error);
-        return LinkSpeed::Unknown;
-    }
-    if (IsUnlinked(text)) {
+    PortFileText text;
+    if (!files.Read(fdSpeed, speedFilePath, "", text) || IsUnlinked(text)) {
         return LinkSpeed::Unknown;
     }
     if (text.StartsWith("100\n", 4)) {
@@ -84,13 +63,8 @@ LinkSpeed EthPortInfoSwitchKSZ8794::GetPortLinkSpeed() const
 
 LinkDuplex EthPortInfoSwitchKSZ8794::GetPortLinkDuplex() const
 {
-    const PortFileText text = PortFileText::Read(fdDuplex);
-    if (text.Failed()) {
-        log(3, "Error GetPortLinkState() for device {0}, port {1} ({2}): errno {3}", deviceIndex, portIndex,
-            speedFilePath, text.error);
-        return LinkDuplex::Unknown;
-    }
-    if (IsUnlinked(text)) {
+    PortFileText text;
+    if (!files.Read(fdDuplex, speedFilePath, "", text) || IsUnlinked(text)) {
         return LinkDuplex::Unknown;
     }
     if (text.StartsWith("full", 4)) {

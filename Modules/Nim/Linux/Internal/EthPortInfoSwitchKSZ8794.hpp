@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Modules/Nim/Linux/Internal/IEthPortInfo.hpp"
+#include "Modules/Nim/Linux/Internal/PortFileReader.hpp"
 
 #include <Zel/Hardware/Commons/Modules/ModuleSettings.hpp>
 #include <Zel/System/Commons/Logging/Loggable.hpp>
@@ -27,10 +28,10 @@ public:
     LinkDuplex GetPortLinkDuplex() const override;
 
 private:
-    unsigned int deviceIndex;
-    unsigned int portIndex;
+    PortFileReader files;
     BasicString speedFilePath;
     BasicString duplexFilePath;
+    // Raw: the duplex descriptor may stay -1 (see the constructor).
     int fdSpeed = -1;
     int fdDuplex = -1;
 };

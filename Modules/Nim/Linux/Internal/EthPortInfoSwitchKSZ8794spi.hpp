@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Modules/Nim/Linux/Internal/IEthPortInfo.hpp"
+#include "Modules/Nim/Linux/Internal/SpiSwitchRegisterReader.hpp"
 
 #include <Zel/Hardware/Commons/Modules/ModuleSettings.hpp>
 #include <Zel/System/Commons/Logging/Loggable.hpp>
@@ -27,11 +28,9 @@ public:
     LinkSpeed GetPortLinkSpeed() const override;
     LinkDuplex GetPortLinkDuplex() const override;
 
-    bool ReadRegister(unsigned char reg, unsigned char& value) const;
-
-    static int fdSpi;
-
 private:
+    static SpiSwitchRegisterReader spi;
+
     unsigned char regMode = 0;
     unsigned char regLink = 0;
 };

@@ -2,6 +2,7 @@
 
 #include "Modules/Commons/Linux/GpioAccess.hpp"
 #include "Modules/Nim/Linux/Internal/IEthPortInfo.hpp"
+#include "Modules/Nim/Linux/Internal/SpiSwitchRegisterReader.hpp"
 
 #include <Zel/Hardware/Commons/Modules/ModuleSettings.hpp>
 #include <Zel/System/Commons/Logging/Loggable.hpp>
@@ -29,13 +30,16 @@ public:
     LinkSpeed GetPortLinkSpeed() const override;
     LinkDuplex GetPortLinkDuplex() const override;
 
-    bool ReadRegister(unsigned char reg, unsigned char& value) const;
-
-    static int fdSpi;
-
 private:
+    static SpiSwitchRegisterReader spi;
+
+    // Reads the status register once the link line says up.
+    bool ReadStatus(unsigned char& status) const;
+
     Zel::Hardware::Modules::Commons::Linux::GpioAccess gpioAccess;
     BasicString linkGpioPath;
+    // Raw: a constructor that fails after opening it leaves it open, as the
+    // controller's runtime always has (set-up fails as a whole then).
     int fdLinkGpio = -1;
     unsigned char regStatus = 0;
 };

@@ -1,28 +1,10 @@
 #include "Modules/Nim/Linux/Internal/EthPortInfoSysFile.hpp"
-#include "Modules/Nim/Linux/Internal/PortFileText.hpp"
 
-#include <Zel/System/Commons/Exception.hpp>
-
-#include <cerrno>
-#include <fcntl.h>
 #include <unistd.h>
 
 namespace Zel::Hardware::Modules::Nim::Linux::Internal {
 
-using Zel::System::Commons::InvalidOperationException;
-
 namespace {
-
-// Descriptors opened before a failing one stay open: the destructor of a
-// half-built object does not run, and set-up fails as a whole anyway.
-int OpenForRead(const BasicString& path)
-{
-    const int fd = open(path.c_str(), O_RDONLY);
-    if (fd < 0) {
-        throw InvalidOperationException(BasicString::Format("Could not open '{0}' for read.", path));
-    }
-    return fd;
-}
 
 LinkState DecodeOperstate(const PortFileText& text)
 {
@@ -72,15 +54,14 @@ LinkDuplex DecodeDuplex(const PortFileText& text)
 
 EthPortInfoSysFile::EthPortInfoSysFile(unsigned int deviceIndex, unsigned int portIndex,
                                        const Zel::Hardware::Commons::Modules::ModuleSettings& settings)
-    : deviceIndex(deviceIndex)
-    , portIndex(portIndex)
+    : files(log, deviceIndex, portIndex)
     , sysFilePath(settings.GetSetting(BasicString::Format("path.{0}.{1}.sysFile", deviceIndex, portIndex)))
 {
     // The file names are appended without a separator: the setting is the
     // interface's directory and ends in '/'.
-    fdOperstate = OpenForRead(sysFilePath + "operstate");
-    fdSpeed = OpenForRead(sysFilePath + "speed");
-    fdDuplex = OpenForRead(sysFilePath + "duplex");
+    fdOperstate = PortFileReader::OpenForRead(sysFilePath + "operstate");
+    fdSpeed = PortFileReader::OpenForRead(sysFilePath + "speed");
+    fdDuplex = PortFileReader::OpenForRead(sysFilePath + "duplex");
 }
 
 EthPortInfoSysFile::~EthPortInfoSysFile()
@@ -92,37 +73,20 @@ EthPortInfoSysFile::~EthPortInfoSysFile()
 
 LinkState EthPortInfoSysFile::GetPortLinkState() const
 {
-    const PortFileText text = PortFileText::Read(fdOperstate);
-    if (text.Failed()) {
-        log(3, "Error GetPortLinkState() for device {0}, port {1} ({2}operstate): errno {3}", deviceIndex, portIndex,
-            sysFilePath, text.error);
-        return LinkState::Unknown;
-    }
-    return DecodeOperstate(text);
+    PortFileText text;
+    return files.Read(fdOperstate, sysFilePath, "operstate", text) ? DecodeOperstate(text) : LinkState::Unknown;
 }
 
 LinkSpeed EthPortInfoSysFile::GetPortLinkSpeed() const
 {
-    const PortFileText text = PortFileText::Read(fdSpeed);
-    if (text.Failed()) {
-        // The message names GetPortLinkState for every query; log filters match that text.
-        log(3, "Error GetPortLinkState() for device {0}, port {1} ({2}speed): errno {3}", deviceIndex, portIndex,
-            sysFilePath, text.error);
-        return LinkSpeed::Unknown;
-    }
-    return DecodeSpeed(text);
+    PortFileText text;
+    return files.Read(fdSpeed, sysFilePath, "speed", text) ? DecodeSpeed(text) : LinkSpeed::Unknown;
 }
 
 LinkDuplex EthPortInfoSysFile::GetPortLinkDuplex() const
 {
-    const PortFileText text = PortFileText::Read(fdDuplex);
-    if (text.Failed()) {
-        // The message names GetPortLinkState for every query; log filters match that text.
-        log(3, "Error GetPortLinkState() for device {0}, port {1} ({2}duplex): errno {3}", deviceIndex, portIndex,
-            sysFilePath, text.error);
-        return LinkDuplex::Unknown;
-    }
-    return DecodeDuplex(text);
+    PortFileText text;
+    return files.Read(fdDuplex, sysFilePath, "duplex", text) ? DecodeDuplex(text) : LinkDuplex::Unknown;
 }
 
 } // namespace Zel::Hardware::Modules::Nim::Linux::Internal

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Modules/Nim/Linux/Internal/IEthPortInfo.hpp"
+#include "Modules/Nim/Linux/Internal/PortFileReader.hpp"
 
 #include <Zel/Hardware/Commons/Modules/ModuleSettings.hpp>
 #include <Zel/System/Commons/Logging/Loggable.hpp>
@@ -27,9 +28,10 @@ public:
     LinkDuplex GetPortLinkDuplex() const override;
 
 private:
-    unsigned int deviceIndex;
-    unsigned int portIndex;
+    PortFileReader files;
     BasicString sysFilePath;
+    // Raw: a constructor that fails on a later file leaves the earlier ones
+    // open, as the controller's runtime always has (set-up fails then).
     int fdOperstate = -1;
     int fdSpeed = -1;
     int fdDuplex = -1;

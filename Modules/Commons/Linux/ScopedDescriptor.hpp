@@ -1,0 +1,28 @@
+#pragma once
+
+#include <unistd.h>
+
+namespace Zel::Hardware::Modules::Commons::Linux {
+
+// Owns one file descriptor or socket and closes it when it goes out of scope
+// (-1: nothing to close). For descriptors whose whole life is one call or one
+// object.
+class ScopedDescriptor {
+public:
+    explicit ScopedDescriptor(int fd = -1) noexcept : fd(fd) {}
+    ~ScopedDescriptor()
+    {
+        if (fd >= 0) {
+            close(fd);
+        }
+    }
+    ScopedDescriptor(const ScopedDescriptor&) = delete;
+    ScopedDescriptor& operator=(const ScopedDescriptor&) = delete;
+
+    int Get() const noexcept { return fd; }
+
+private:
+    int fd;
+};
+
+} // namespace Zel::Hardware::Modules::Commons::Linux

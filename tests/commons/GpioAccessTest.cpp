@@ -1,0 +1,106 @@
+// GpioAccess on a scratch file standing in for a GPIO line's value file.
+// Descriptors opened here are left to the process's end.
+#include "Modules/Commons/Linux/GpioAccess.hpp"
+
+#include "../ports/PortTestSupport.hpp"
+#include "MemoryLogSink.hpp"
+
+#include <Zel/System/Commons/Exception.hpp>
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+using Zel::Hardware::Modules::Commons::Linux::GpioAccess;
+
+class GpioLine : public ::testing::Test {
+protected:
+    void OpenValue(const char* text, int flags = O_RDONLY)
+    {
+        dir.Write("value", text);
+        fd = gpio.Open(value, flags);
+    }
+
+    Zel::Test::Ports::ScratchDirectory dir;
+    Zel::Test::LogCapture capture{8};
+    const std::string value = dir.Path("value");
+    GpioAccess gpio;
+    int fd = -1;
+};
+
+TEST_F(GpioLine, ReadFollowsTheFileFromOffsetZero)
+{
+    OpenValue("1\n");
+    // Only a leading '1' is high.
+    for (const auto& [text, expected] : {std::pair{"1\n", true}, {"0\n", false}, {"1", true}, {"x\n", false},
+                                         {"10\n", true}, {" 1\n", false}}) {
+        dir.Write("value", text);
+        bool result = !expected;
+        EXPECT_TRUE(gpio.Read(fd, value, result)) << text;
+        EXPECT_EQ(result, expected) << text;
+    }
+    EXPECT_TRUE(capture.Records().empty());
+}
+
+TEST_F(GpioLine, FailedReadsAreTriedTwiceWithOneMessageEach)
+{
+    OpenValue("");
+    bool result = true;
+    EXPECT_FALSE(gpio.Read(fd, value, result)) << "an empty read is a failure";
+    EXPECT_TRUE(result) << "value must stay untouched";
+    dir.MakeUnreadable("other");
+    const int directory = gpio.Open(dir.Path("other"), O_RDONLY);
+    EXPECT_FALSE(gpio.Read(directory, dir.Path("other"), result));
+    // errno of an empty read is whatever came before; only the start of the text is fixed.
+    ASSERT_EQ(capture.Records().size(), 4U);
+    for (std::size_t i = 0; i < 2; ++i) {
+        EXPECT_EQ(capture.Records()[i].level, 3);
+        EXPECT_EQ(capture.Records()[i].text.rfind("Could not read '" + value + "': ", 0), 0U);
+    }
+    EXPECT_EQ(capture.Count(3, "Could not read '" + dir.Path("other") + "': Is a directory"), 2U);
+
+    Zel::Test::Ports::ExpectThrow<Zel::System::Commons::InvalidOperationException>(
+        [this] { gpio.Open(dir.Path("missing"), O_RDONLY); },
+        "Could not open '" + dir.Path("missing") + "': No such file or directory");
+}
+
+TEST_F(GpioLine, WriteIsOneCharacterAtOffsetZero)
+{
+    OpenValue("0xy", O_RDWR);
+    gpio.Write(fd, value, true);
+    EXPECT_EQ(dir.ReadBack("value"), "1xy");
+    gpio.Write(fd, value, false);
+    EXPECT_EQ(dir.ReadBack("value"), "0xy");
+    EXPECT_TRUE(capture.Records().empty());
+
+    close(fd);
+    fd = gpio.Open(value, O_RDONLY);
+    gpio.Write(fd, value, true);
+    // The quote after the value is missing in the established text.
+    EXPECT_EQ(capture.Count(3, "Could not write '1 to '" + value + "': Bad file descriptor"), 1U);
+    EXPECT_EQ(dir.ReadBack("value"), "0xy");
+}
+
+// -1 is a line that is not available: skipped silently by all three.
+TEST_F(GpioLine, CloseResetsTheDescriptorOrWarnsAndKeepsIt)
+{
+    bool result = true;
+    EXPECT_FALSE(gpio.Read(-1, "unused", result));
+    EXPECT_TRUE(result);
+    gpio.Write(-1, "unused", false);
+    OpenValue("0\n");
+    gpio.Close(fd, value);
+    EXPECT_EQ(fd, -1);
+    gpio.Close(fd, value);
+    EXPECT_TRUE(capture.Records().empty());
+
+    int stale = 1000; // not open in this process
+    gpio.Close(stale, "/sys/class/gpio/gpio3/value");
+    EXPECT_EQ(stale, 1000);
+    EXPECT_EQ(capture.Count(5, "Could not close '/sys/class/gpio/gpio3/value': Bad file descriptor"), 1U);
+}
+
+} // namespace
