@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <functional>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -46,7 +46,9 @@ inline std::string ReadFile(const std::string& path)
     if (!in) {
         throw std::runtime_error("cannot read " + path);
     }
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    std::ostringstream content;
+    content << in.rdbuf();
+    return content.str();
 }
 
 inline void WriteFile(const std::string& path, const std::string& content)

@@ -3,12 +3,14 @@
 // list, registry lookups while another thread registers — and every answer
 // must equal the one a single thread got before. Built with ThreadSanitizer
 // (preset tsan) this also proves the queries free of data races. A second
-// group races the first calls of many log channels.
+// group has setters of the IP configuration race each other and readers of
+// /etc/network/interfaces; a third races the first calls of many log channels.
 #include "MemoryLogSink.hpp"
 #include "Sandbox.hpp"
 #include "SpiEmulator.hpp"
 
 #include "Modules/Nim/Linux/EthernetInfoModule.hpp"
+#include "Modules/Nim/Linux/IpConfigModule.hpp"
 #include "Modules/Nim/Linux/IpStatusModule.hpp"
 #include "Modules/Nim/Linux/NetworkComponentRegistrationModule.hpp"
 
@@ -246,6 +248,90 @@ TEST(ConcurrentQueries, EightThreadsGetTheSingleThreadedAnswersWhileOneRegisters
     EXPECT_EQ(Problems(capture), std::vector<std::string>{});
     EXPECT_EQ(EmulatorErrors(capture), emulatorErrorsPerRound * (queryThreads * iterationsPerThread + 2));
     EXPECT_GE(capture.Records().size(), setUpRecords + recordsPerRound * (queryThreads * iterationsPerThread + 2));
+}
+
+// ---- setters of the IP configuration against each other and readers ----
+
+TEST(ConcurrentSetters, EverySetterSucceedsAndReadersSeeOnlyWholeValues)
+{
+    ZEL_REQUIRE_SANDBOX();
+    Zel::Test::LogCapture capture(8);
+    std::ofstream("/etc/network/interfaces", std::ios::trunc)
+        << "auto eth0\niface eth0 inet static\n    address 192.168.7.10\n    netmask 255.255.255.0\n"
+           "    gateway 192.168.7.1\n    dns-nameservers 192.168.7.1\n\n"
+           "auto eth1\niface eth1 inet static\n    address 10.0.0.10\n    netmask 255.0.0.0\n"
+           "    gateway 10.0.0.1\n    dns-nameservers 10.0.0.1\n\n";
+    ModuleSettings settings;
+    settings.AddSetting("mandatoryInterfaces", "2");
+    Zel::Hardware::Commons::Modules::SettingField table("interfaces");
+    table.AddLine({"1", "X1", "eth0", "1", "unsupported", "", "Ethernet"});
+    table.AddLine({"2", "X2", "eth1", "1", "unsupported", "", "Ethernet"});
+    settings.AddSettingField("interfaces", table);
+    Zel::Hardware::Commons::Modules::HardwareModuleProvider provider;
+    Zel::Hardware::Modules::Nim::Linux::EthernetInfoModule ethernet;
+    ethernet.SetupSettings(settings, provider);
+    provider.AddHardwareModule(ethernet);
+    Zel::Hardware::Modules::Nim::Linux::IpConfigModule ipConfig;
+    ipConfig.SetupSettings(ModuleSettings(), provider);
+
+    using Setter = Zel::Hardware::Nim::AccessErrorCode (Zel::Hardware::Modules::Nim::Linux::IpConfigModule::*)(
+        unsigned int, const BasicString&);
+    using Getter = BasicString (Zel::Hardware::Modules::Nim::Linux::IpConfigModule::*)(unsigned int);
+    struct Field {
+        unsigned int device;
+        Setter set;
+        Getter get;
+        const char* initial;
+        std::array<const char*, 2> values; // set in turn; the first is the last one set
+    };
+    using Module = Zel::Hardware::Modules::Nim::Linux::IpConfigModule;
+    const std::array<Field, 4> fields{{
+        {1, &Module::SetSubnetMask, &Module::GetSubnetMask, "255.255.255.0", {"255.255.0.0", "255.255.255.128"}},
+        {1, &Module::SetDefaultGateway, &Module::GetDefaultGateway, "192.168.7.1", {"192.168.7.254", "192.168.7.2"}},
+        {2, &Module::SetIpAddress, &Module::GetIpAddress, "10.0.0.10", {"10.0.0.11", "10.0.0.12"}},
+        {2, &Module::SetDnsNameservers, &Module::GetDnsNameservers, "10.0.0.1", {"10.0.0.53 9.9.9.9", "10.0.0.2"}},
+    }};
+    constexpr int writesPerSetter = 40;
+    std::array<std::string, fields.size() * 2> failures;
+    std::atomic<int> start{0};
+    std::atomic<int> settersDone{0};
+    std::vector<std::thread> threads;
+    for (std::size_t f = 0; f < fields.size(); ++f) {
+        threads.emplace_back([&, f] {
+            ArriveAndWait(start, static_cast<int>(failures.size()));
+            for (int i = writesPerSetter; i-- > 0 && failures[f].empty();) {
+                const char* value = fields[f].values[static_cast<std::size_t>(i % 2)];
+                if ((ipConfig.*fields[f].set)(fields[f].device, value) != Zel::Hardware::Nim::AccessErrorCode::Success) {
+                    failures[f] = fmt::format("setting {} failed", value);
+                }
+            }
+            ++settersDone;
+        });
+        threads.emplace_back([&, f] {
+            ArriveAndWait(start, static_cast<int>(failures.size()));
+            while (settersDone.load() < static_cast<int>(fields.size()) && failures[fields.size() + f].empty()) {
+                try {
+                    const BasicString got = (ipConfig.*fields[f].get)(fields[f].device);
+                    if (got != fields[f].initial && got != fields[f].values[0] && got != fields[f].values[1]) {
+                        failures[fields.size() + f] = fmt::format("read {}", got);
+                    }
+                } catch (const std::exception& e) {
+                    failures[fields.size() + f] = e.what();
+                }
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    for (const auto& failure : failures) {
+        EXPECT_EQ(failure, "");
+    }
+    for (const auto& field : fields) {
+        EXPECT_EQ((ipConfig.*field.get)(field.device), field.values[0]);
+    }
+    EXPECT_EQ(Problems(capture), std::vector<std::string>{});
+    EXPECT_EQ(capture.Sink().Count(8, "IpConfigModule::SetSubnetMask(): OK..."), std::size_t{writesPerSetter});
 }
 
 // ---- log channels created by racing first calls ----

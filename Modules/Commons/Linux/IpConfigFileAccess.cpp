@@ -1,16 +1,27 @@
 #include "Modules/Commons/Linux/IpConfigFileAccess.hpp"
 
-#include <Zel/System/Commons/Io/File.hpp>
+#include "Modules/Commons/Linux/ErrorString.hpp"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdlib>
 #include <fstream>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
 
 namespace Zel::Hardware::Modules::Commons::Linux {
 
-using Zel::System::Commons::Io::File;
+using Zel::System::Commons::Logging::Error;
+using Zel::System::Commons::Logging::Trace;
+using Zel::System::Commons::Logging::Warning;
 
 namespace {
 
@@ -22,13 +33,26 @@ constexpr std::string_view staticMethod = "static";
 constexpr std::string_view dnsKey = "dns-nameservers";
 constexpr std::string_view indentation = "    ";
 constexpr std::string_view separator = " ";
+constexpr std::string_view temporarySuffix = ".tmp";
 constexpr char commentMark = '#';
-constexpr std::string_view openError = "Error open file {0}";
 // Only the blank separates words here; tabs and a carriage return are part
 // of the text they stand in.
 constexpr char blank = ' ';
 // Parameters can be placed only in the four lines after a block's header.
 constexpr std::uint8_t lastLineInRange = 4;
+
+constexpr std::string_view openError = "Error open file {0}";
+constexpr std::string_view writeError = "Error write file {0}";
+constexpr std::string_view refusedLineBreak = "IpConfigFileAccess::WriteIpPara(): Refused value for {0}: it contains a "
+                                              "line feed, carriage return or NUL character";
+constexpr std::string_view refusedBlank = "IpConfigFileAccess::WriteIpPara(): Refused value for {0}: it is empty or "
+                                          "blank";
+constexpr std::string_view lockError = "IpConfigFileAccess::WriteIpPara(): Cannot lock {0}: {1}";
+constexpr std::string_view lockTimedOut = "IpConfigFileAccess::WriteIpPara(): Lock on {0} still held by another "
+                                          "writer after {1} ms";
+constexpr std::string_view replaceError = "IpConfigFileAccess::WriteIpPara(): Cannot replace {0}: {1}";
+constexpr std::string_view rewrittenInPlace = "IpConfigFileAccess::WriteIpPara(): {0} rewritten in place, not "
+                                              "atomically: {1}";
 
 bool Contains(const std::string& line, std::string_view text)
 {
@@ -43,18 +67,139 @@ bool HasLineBreakOrNul(const std::string& value)
     return value.find_first_of(std::string_view("\n\r\0", 3)) != std::string::npos;
 }
 
+// Written, such a value leaves the key at the end of its line, where every
+// later read of it fails.
+bool IsBlank(const std::string& value)
+{
+    return value.find_first_not_of(" \t") == std::string::npos;
+}
+
+class OwnedFd {
+public:
+    explicit OwnedFd(int fd) : fd(fd) {}
+    ~OwnedFd()
+    {
+        if (fd >= 0) {
+            ::close(fd);
+        }
+    }
+    OwnedFd(const OwnedFd&) = delete;
+    OwnedFd& operator=(const OwnedFd&) = delete;
+
+    int Get() const { return fd; }
+    // For the callers that must know: a delayed write error shows here.
+    bool Close() { return ::close(std::exchange(fd, -1)) == 0; }
+
+private:
+    int fd;
+};
+
+// The file a chain of links ends in; the name itself when it is no link or
+// names nothing (opening it then fails and says so).
+BasicString FinalTarget(const BasicString& name)
+{
+    const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(name.c_str(), nullptr), &std::free);
+    return resolved ? BasicString(resolved.get()) : name;
+}
+
+BasicString DirectoryOf(const BasicString& path)
+{
+    const std::size_t slash = path.rfind('/');
+    if (slash == std::string::npos) {
+        return BasicString(".");
+    }
+    return slash == 0 ? BasicString("/") : path.substr(0, slash);
+}
+
+// 0, or the errno of the failure (EWOULDBLOCK when the time ran out). Another
+// writer holds the lock for the few hundred microseconds of one write: polled
+// so that the wait has a bound, in pauses short against that.
+int LockWithin(int directory, std::chrono::milliseconds timeout)
+{
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    std::chrono::microseconds pause(50);
+    while (::flock(directory, LOCK_EX | LOCK_NB) != 0) {
+        const int error = errno;
+        const auto now = std::chrono::steady_clock::now();
+        if ((error != EWOULDBLOCK && error != EINTR) || now >= deadline) {
+            return error;
+        }
+        std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(pause, deadline - now));
+        pause = std::min(pause * 2, std::chrono::microseconds(5000));
+    }
+    return 0;
+}
+
+bool WriteAll(int fd, const std::string& content)
+{
+    for (std::size_t done = 0; done < content.size();) {
+        const ssize_t written =
+            ::pwrite(fd, content.data() + done, content.size() - done, static_cast<off_t>(done));
+        if (written < 0 && errno != EINTR) {
+            return false;
+        }
+        done += written < 0 ? 0 : static_cast<std::size_t>(written);
+    }
+    return true;
+}
+
+// How the new content was put in place: error 0 when it was; renameError
+// not 0 when the file could not be renamed over and was rewritten where it
+// stands instead.
+struct Replacement {
+    int error = 0;
+    int renameError = 0;
+};
+
+Replacement PutInPlace(OwnedFd& temporaryFd, const BasicString& temporary, const BasicString& target,
+                       const std::string& content, int directory)
+{
+    struct stat info {};
+    const int temp = temporaryFd.Get();
+    // Changing the owner needs privileges; without them the writer becomes
+    // the owner, as of any file it creates.
+    if (::stat(target.c_str(), &info) != 0 || ::fchmod(temp, info.st_mode & 07777) != 0 ||
+        (::fchown(temp, info.st_uid, info.st_gid) != 0 && errno != EPERM) || ::fsync(temp) != 0 ||
+        !temporaryFd.Close()) {
+        const int error = errno;
+        return {error, 0};
+    }
+    if (::rename(temporary.c_str(), target.c_str()) == 0) {
+        // The new name reaches the disk with the directory.
+        ::fsync(directory);
+        return {};
+    }
+    const int renameError = errno;
+    if (renameError != EBUSY && renameError != EXDEV) {
+        return {renameError, 0};
+    }
+    // A bind-mounted file (EBUSY) or one on another mount (EXDEV) can only be
+    // rewritten where it stands. The content goes in before the file is cut
+    // to its length, so a full disk fails before the old content is lost.
+    OwnedFd file(::open(target.c_str(), O_WRONLY | O_CLOEXEC));
+    if (file.Get() < 0 || !WriteAll(file.Get(), content) ||
+        ::ftruncate(file.Get(), static_cast<off_t>(content.size())) != 0 || ::fsync(file.Get()) != 0 ||
+        !file.Close()) {
+        const int error = errno;
+        return {error, renameError};
+    }
+    return {0, renameError};
+}
+
 } // namespace
 
-IpConfigFileAccess::IpConfigFileAccess(std::vector<BasicString> parameterOrder, BasicString fileName)
-    : parameterOrder(std::move(parameterOrder)), fileName(std::move(fileName)), tempFileName(this->fileName + ".tmp")
+IpConfigFileAccess::IpConfigFileAccess(std::vector<BasicString> parameterOrder, BasicString fileName,
+                                       std::chrono::milliseconds lockTimeout)
+    : parameterOrder(std::move(parameterOrder)), fileName(std::move(fileName)), lockTimeout(lockTimeout)
 {
 }
 
 int IpConfigFileAccess::ReadIpPara(const BasicString& interfaceName, const BasicString& key, BasicString& value) const
 {
+    // No lock: writers only ever replace the file as a whole.
     std::ifstream input(fileName);
     if (!input.is_open()) {
-        log(3, openError, fileName);
+        log(Error, openError, fileName);
         return 1;
     }
 
@@ -75,7 +220,7 @@ int IpConfigFileAccess::ReadIpPara(const BasicString& interfaceName, const Basic
     }
     input.close();
 
-    log(8, "IpConfigFileAccess::ReadIpPara(): Read {0} from {1}", value, key);
+    log(Trace, "IpConfigFileAccess::ReadIpPara(): Read {0} from {1}", value, key);
     return result;
 }
 
@@ -83,14 +228,13 @@ int IpConfigFileAccess::WriteIpPara(const BasicString& interfaceName, const Basi
                                     const BasicString& value) const
 {
     if (HasLineBreakOrNul(value)) {
-        log(3, "IpConfigFileAccess::WriteIpPara(): Refused value for {0}: it contains a line feed, carriage return "
-               "or NUL character",
-            key);
+        log(Error, refusedLineBreak, key);
         return 1;
     }
-
-    std::ifstream input(fileName);
-    std::ofstream output(tempFileName, std::ios::out | std::ios::trunc);
+    if (IsBlank(value)) {
+        log(Error, refusedBlank, key);
+        return 1;
+    }
 
     BasicString newParameterLine;
     newParameterLine.append(indentation).append(key).append(separator).append(value);
@@ -101,21 +245,39 @@ int IpConfigFileAccess::WriteIpPara(const BasicString& interfaceName, const Basi
     bool inBlock = false;
     bool modified = false;
 
-    log(8, "IpConfigFileAccess::WriteIpPara(): Write {0} to {1}", value, key);
+    log(Trace, "IpConfigFileAccess::WriteIpPara(): Write {0} to {1}", value, key);
 
+    // Beside the file a link names, so the link stays and the rename stays on
+    // one file system.
+    const BasicString target = FinalTarget(fileName);
+    const BasicString temporary = target + BasicString(temporarySuffix);
+    const BasicString directory = DirectoryOf(target);
+    // From truncating the temporary file until the new content is in place.
+    OwnedFd lock(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const int lockResult = lock.Get() < 0 ? errno : LockWithin(lock.Get(), lockTimeout);
+    if (lockResult == EWOULDBLOCK) {
+        log(Error, lockTimedOut, directory, lockTimeout.count());
+        return 1;
+    }
+    if (lockResult != 0) {
+        log(Error, lockError, directory, ErrorString().GetString(lockResult));
+        return 1;
+    }
+
+    std::ifstream input(target);
+    OwnedFd output(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
     if (!input.is_open()) {
         // The temporary file, if it was created, stays: there is nothing on
         // this path that could have put content into it.
-        log(3, openError, fileName);
+        log(Error, openError, fileName);
         return 1;
     }
-    if (!output.is_open()) {
-        log(3, openError, tempFileName);
-        input.close();
+    if (output.Get() < 0) {
+        log(Error, openError, temporary);
         return 1;
     }
 
-    int result = 0;
+    std::string content;
     BasicString line;
     while (std::getline(input, line)) {
         // Only a mark in the first column makes a comment; such lines are
@@ -130,24 +292,32 @@ int IpConfigFileAccess::WriteIpPara(const BasicString& interfaceName, const Basi
             }
         }
         // Every line ends with a line feed, the last one too.
-        output << line << '\n';
+        content.append(line).push_back('\n');
     }
-    output.close();
     input.close();
 
-    if (!output) {
+    if (!WriteAll(output.Get(), content)) {
         // A short temporary file (disk full) must never replace the real one.
-        log(3, "Error write file {0}", tempFileName);
-        result = 1;
-    } else if (modified) {
-        // Replaces the file crash-safely: readers see the old or the new
-        // content, never a part of it.
-        File::Copy(tempFileName, fileName, true, true);
-    } else {
-        result = 1;
+        log(Error, writeError, temporary);
+        ::unlink(temporary.c_str());
+        return 1;
     }
-    File::Delete(tempFileName);
-    return result;
+    if (!modified) {
+        ::unlink(temporary.c_str());
+        return 1;
+    }
+    const Replacement replacement = PutInPlace(output, temporary, target, content, lock.Get());
+    if (replacement.error != 0 || replacement.renameError != 0) {
+        ::unlink(temporary.c_str());
+    }
+    if (replacement.error != 0) {
+        log(Error, replaceError, target, ErrorString().GetString(replacement.error));
+        return 1;
+    }
+    if (replacement.renameError != 0) {
+        log(Warning, rewrittenInPlace, target, ErrorString().GetString(replacement.renameError));
+    }
+    return 0;
 }
 
 bool IpConfigFileAccess::ReadCheckVaildInterfaceBlock(const BasicString& interfaceName, const BasicString& line) const

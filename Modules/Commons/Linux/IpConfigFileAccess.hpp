@@ -3,6 +3,7 @@
 #include <Zel/System/Commons/BasicString.hpp>
 #include <Zel/System/Commons/Logging/Loggable.hpp>
 
+#include <chrono>
 #include <cstdint>
 #include <vector>
 
@@ -18,20 +19,29 @@ using Zel::System::Commons::BasicString;
 // writing), so they stay as they are.
 //
 // Results: 0 done, 1 not done (file not opened, interface or key not found,
-// nothing written). A key that ends its line lets std::out_of_range escape
-// from ReadIpPara. A write goes through "<file>.tmp", which is copied over
-// the file crash-safely and then deleted.
+// value refused, nothing written or the new content not put in place). A key
+// that ends its line lets std::out_of_range escape from ReadIpPara.
 //
-// No state besides the parameter order and the file name; every call opens
-// and closes its own streams. Two writers at once share the one temporary
-// file, and nothing here serialises them.
+// A write replaces the file a link finally names (the link stays): under an
+// exclusive flock on that file's directory, which a rename never replaces and
+// which a read-only directory still grants, it fills "<file>.tmp" beside the
+// file, gives it the file's mode and owner, flushes it and renames it over
+// the file, so readers (who take no lock) see the old or the new content.
+// Where the file cannot be renamed over (a bind-mounted file) it is rewritten
+// in place instead, with a warning. Writers in any thread or process of the
+// board wait for each other up to the lock timeout, then fail.
+//
+// No state besides the parameter order, the file name and the lock timeout;
+// every call opens and closes its own files.
 class IpConfigFileAccess : private Zel::System::Commons::Logging::Loggable<IpConfigFileAccess, false, false> {
 public:
     // parameterOrder: the keys of an interface block in the order a missing
     // one is inserted before its successors ("address", "netmask", "gateway",
     // "dns-nameservers").
+    // lockTimeout bounds a writer's wait for another's write to end.
     explicit IpConfigFileAccess(std::vector<BasicString> parameterOrder,
-                                BasicString fileName = BasicString("/etc/network/interfaces"));
+                                BasicString fileName = BasicString("/etc/network/interfaces"),
+                                std::chrono::milliseconds lockTimeout = std::chrono::seconds(5));
 
     int ReadIpPara(const BasicString& interfaceName, const BasicString& key, BasicString& value) const;
     int WriteIpPara(const BasicString& interfaceName, const BasicString& key, const BasicString& value) const;
@@ -47,13 +57,10 @@ public:
     void CheckAndWriteLine(BasicString& line, std::uint8_t& lineCounter, const BasicString& key,
                            const BasicString& newParameterLine, bool& modified, bool& inBlock) const;
 
-    const BasicString& GetFileName() const { return fileName; }
-    const BasicString& GetTempFileName() const { return tempFileName; }
-
 private:
     std::vector<BasicString> parameterOrder;
     BasicString fileName;
-    BasicString tempFileName;
+    std::chrono::milliseconds lockTimeout;
 };
 
 } // namespace Zel::Hardware::Modules::Commons::Linux

@@ -18,6 +18,8 @@ using Zel::Hardware::Nim::Modules::IEthernetInfoModule;
 using Zel::System::Commons::Exception;
 using Zel::System::Commons::InvalidOperationException;
 using Zel::System::Commons::Diagnostics::RuntimeTypeInfo;
+using Zel::System::Commons::Logging::Debug;
+using Zel::System::Commons::Logging::Trace;
 
 namespace {
 
@@ -109,7 +111,7 @@ IpConfigModule::~IpConfigModule() = default;
 
 void IpConfigModule::SetupSettings(const ModuleSettings& /*settings*/, const HardwareModuleProvider& provider)
 {
-    log(7, "IpConfigModule::SetupSettings()");
+    log(Debug, "IpConfigModule::SetupSettings()");
     ethInfoModule = provider.GetHardwareModule<IEthernetInfoModule>();
     if (ethInfoModule == nullptr) {
         throw InvalidOperationException(BasicString("IpConfigModule::SetupSettings(): ethInfoModule is NULL!"));
@@ -119,24 +121,24 @@ void IpConfigModule::SetupSettings(const ModuleSettings& /*settings*/, const Har
 
 void IpConfigModule::Dispose()
 {
-    log(7, "IpConfigModule::Dispose()");
+    log(Debug, "IpConfigModule::Dispose()");
 }
 
 bool IpConfigModule::IsEnabled() const
 {
-    log(7, "IpConfigModule::IsEnabled()");
+    log(Debug, "IpConfigModule::IsEnabled()");
     return true;
 }
 
 IpConfigModule::AccessErrorCode IpConfigModule::ReadValueFromInterface(unsigned int device, const BasicString& key,
                                                                        BasicString& value)
 {
-    log(8, "IpConfigModule::ReadValueFromInterface(): Read {0}", key);
+    log(Trace, "IpConfigModule::ReadValueFromInterface(): Read {0}", key);
     // Asked before the range test below: the Ethernet information module
     // throws std::out_of_range for a bad number itself, so that test answers
     // only behind a module that does not.
     const BasicString interfaceName = ethInfoModule->GetInterfaceName(device);
-    log(8, "IpConfigModule::ReadValueFromInterface(): device {0} interfaceName {1}", device, interfaceName);
+    log(Trace, "IpConfigModule::ReadValueFromInterface(): device {0} interfaceName {1}", device, interfaceName);
 
     AccessErrorCode result = AccessErrorCode::InvalidArgument;
     if (device != 0 && device <= deviceCount) {
@@ -146,16 +148,16 @@ IpConfigModule::AccessErrorCode IpConfigModule::ReadValueFromInterface(unsigned 
             value = text;
         }
     }
-    log(8, "IpConfigModule::ReadValueFromInterface(): {0} = {1}", key, value);
+    log(Trace, "IpConfigModule::ReadValueFromInterface(): {0} = {1}", key, value);
     return result;
 }
 
 IpConfigModule::AccessErrorCode IpConfigModule::WriteValueToInterface(unsigned int device, const BasicString& key,
                                                                       const BasicString& value)
 {
-    log(8, "IpConfigModule::WriteValueToInterface(): Write {0} to {1}", value, key);
+    log(Trace, "IpConfigModule::WriteValueToInterface(): Write {0} to {1}", value, key);
     const BasicString interfaceName = ethInfoModule->GetInterfaceName(device);
-    log(8, "IpConfigModule::WriteValueToInterface(): device {0} interfaceName {1}", device, interfaceName);
+    log(Trace, "IpConfigModule::WriteValueToInterface(): device {0} interfaceName {1}", device, interfaceName);
 
     if (device == 0 || device > deviceCount) {
         return AccessErrorCode::InvalidArgument;
@@ -165,7 +167,7 @@ IpConfigModule::AccessErrorCode IpConfigModule::WriteValueToInterface(unsigned i
 
 BasicString IpConfigModule::GetValue(const ValueTexts& texts, unsigned int device)
 {
-    log(8, texts.getMessage, device);
+    log(Trace, texts.getMessage, device);
     BasicString value;
     const AccessErrorCode result = ReadValueFromInterface(device, BasicString(texts.key), value);
     if (result != AccessErrorCode::Success) {
@@ -173,32 +175,31 @@ BasicString IpConfigModule::GetValue(const ValueTexts& texts, unsigned int devic
         // read.
         throw InvalidOperationException(BasicString::Format(texts.getFailure, Code(result)));
     }
-    log(8, texts.getMessage, value);
+    log(Trace, texts.getMessage, value);
     return value;
 }
 
 IpConfigModule::AccessErrorCode IpConfigModule::SetValue(const ValueTexts& texts, unsigned int device,
                                                          const BasicString& value)
 {
-    log(8, texts.setEntry, device, value);
+    log(Trace, texts.setEntry, device, value);
     const AccessErrorCode result = WriteValueToInterface(device, BasicString(texts.key), value);
     if (result != AccessErrorCode::Success) {
         // The framework knows only success and failure from these setters,
         // so an invalid device (22) is reported as a plain failure.
-        log(7, texts.setFailure, Code(result));
+        log(Debug, texts.setFailure, Code(result));
         return AccessErrorCode::Failed;
     }
-    log(8, texts.setSuccess);
+    log(Trace, texts.setSuccess);
     return AccessErrorCode::Success;
 }
 
-
 BasicString IpConfigModule::GetIpAddress(unsigned int device)
 {
-    log(8, "IpConfigModule::GetIpAddress(): {0}", device);
+    log(Trace, "IpConfigModule::GetIpAddress(): {0}", device);
     // Through the virtual slot, so a derived module's address source is used.
     const BasicString address = GetDeviceIpAddress(device);
-    log(8, "IpConfigModule::GetIpAddress(): {0}", address);
+    log(Trace, "IpConfigModule::GetIpAddress(): {0}", address);
     return address;
 }
 
@@ -224,14 +225,14 @@ BasicString IpConfigModule::GetDeviceIpAddress(unsigned int device)
 
 IpConfigModule::IpAssignMode IpConfigModule::GetIpAssignMode(unsigned int device)
 {
-    log(8, "IpConfigModule::GetIpAssignMode(): {0}", device);
+    log(Trace, "IpConfigModule::GetIpAssignMode(): {0}", device);
     BasicString text;
     const AccessErrorCode result = ReadValueFromInterface(device, BasicString(methodKey), text);
     if (result != AccessErrorCode::Success) {
         throw InvalidOperationException(
             BasicString::Format("IpConfigModule::GetIpAssignMode(): ReadValueFromInterface() returned {0}", Code(result)));
     }
-    log(8, "IpConfigModule::GetIpAssignMode(): read: {0}", text);
+    log(Trace, "IpConfigModule::GetIpAssignMode(): read: {0}", text);
     if (text.empty()) {
         return IpAssignMode::Static;
     }
@@ -246,20 +247,20 @@ IpConfigModule::IpAssignMode IpConfigModule::GetIpAssignMode(unsigned int device
             mode = parsed;
         }
     }
-    log(8, "IpConfigModule::GetIpAssignMode(): returnValue = {0}", Number(mode));
+    log(Trace, "IpConfigModule::GetIpAssignMode(): returnValue = {0}", Number(mode));
     return mode;
 }
 
 IpConfigModule::AccessErrorCode IpConfigModule::SetIpAddress(unsigned int device, const BasicString& value)
 {
-    log(8, "IpConfigModule::SetIpAddress(): {0}, {1}", device, value);
+    log(Trace, "IpConfigModule::SetIpAddress(): {0}, {1}", device, value);
     const AccessErrorCode result = SetDeviceIpAddress(device, value);
     if (result != AccessErrorCode::Success) {
         // The message names SetIpAddress for the call it made to
         // SetDeviceIpAddress; the framework's log filters match that text.
-        log(7, "IpConfigModule::SetIpAddress(): SetIpAddress() returned {0}", Code(result));
+        log(Debug, "IpConfigModule::SetIpAddress(): SetIpAddress() returned {0}", Code(result));
     } else {
-        log(8, "IpConfigModule::SetIpAddress(): OK...");
+        log(Trace, "IpConfigModule::SetIpAddress(): OK...");
     }
     return result;
 }
@@ -286,7 +287,7 @@ IpConfigModule::AccessErrorCode IpConfigModule::SetDeviceIpAddress(unsigned int 
 
 IpConfigModule::AccessErrorCode IpConfigModule::SetIpAssignMode(unsigned int device, IpAssignMode mode)
 {
-    log(8, "IpConfigModule::SetIpAssignMode(): {0}, {1}", device, Number(mode));
+    log(Trace, "IpConfigModule::SetIpAssignMode(): {0}, {1}", device, Number(mode));
     try {
         std::ostringstream text;
         text << mode;
@@ -298,15 +299,15 @@ IpConfigModule::AccessErrorCode IpConfigModule::SetIpAssignMode(unsigned int dev
         const BasicString method = mode == IpAssignMode::Static ? BasicString(staticMethod) : BasicString(text.str());
         const AccessErrorCode result = WriteValueToInterface(device, BasicString(methodKey), method);
         if (result != AccessErrorCode::Success) {
-            log(7, "IpConfigModule::SetIpAssignMode(): WriteValueToInterface() returned {0}", Code(result));
+            log(Debug, "IpConfigModule::SetIpAssignMode(): WriteValueToInterface() returned {0}", Code(result));
             return AccessErrorCode::Failed;
         }
-        log(8, "IpConfigModule::SetIpAssignMode(): OK...");
+        log(Trace, "IpConfigModule::SetIpAssignMode(): OK...");
         return AccessErrorCode::Success;
     } catch (const std::out_of_range&) {
         // Unlike the value setters, an invalid device number reported by the
         // Ethernet information module becomes a result code here.
-        log(7, "IpConfigModule::SetIpAssignMode(): Value out of range");
+        log(Debug, "IpConfigModule::SetIpAssignMode(): Value out of range");
         return AccessErrorCode::OutOfRange;
     }
 }

@@ -20,8 +20,8 @@ using Zel::System::Commons::BasicString;
 // Getters throw InvalidOperationException with the result code in the text
 // when a value cannot be read, and let std::out_of_range from the Ethernet
 // information module or from the file's line rules pass. Setters answer 0 or
-// 1; SetIpAssignMode answers 7 for std::out_of_range. No lock: concurrent
-// writes share the one temporary file.
+// 1; SetIpAssignMode answers 7 for std::out_of_range. Setters may be called
+// from any thread: the file access serialises the writes.
 class IpConfigModule
     : public Zel::Hardware::Commons::Modules::HardwareModuleBase<Zel::Hardware::Nim::Modules::IIpConfigModule,
                                                                  IpConfigModule>,

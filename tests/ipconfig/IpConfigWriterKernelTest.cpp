@@ -1,0 +1,370 @@
+// Writers of /etc/network/interfaces against each other, against kills, and
+// on files behind links, bind mounts and read-only mounts, inside the network
+// sandbox (a private tmpfs over /etc/network; its mounts are the sandbox's
+// own). Writers are separate processes, as the controller and nimhost are, or
+// threads of one process.
+#include "MemoryLogSink.hpp"
+#include "Sandbox.hpp"
+#include "TestFiles.hpp"
+
+#include "Modules/Commons/Linux/IpConfigFileAccess.hpp"
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <random>
+#include <thread>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+using Zel::Hardware::Modules::Commons::Linux::IpConfigFileAccess;
+using namespace Zel::Test::IpConfig;
+namespace fs = std::filesystem;
+
+const std::string networkDirectory = "/etc/network";
+const std::string interfacesFile = "/etc/network/interfaces";
+
+// Eight ports with all four values, each followed by the route lines a field
+// file carries: 300 lines.
+std::string BoardFile(const std::string& eth0Address = "10.0.0.5")
+{
+    std::string text = "# Controller ports\nauto lo\niface lo inet loopback\n\n";
+    for (int port = 0; port < 8; ++port) {
+        text += fmt::format("allow-hotplug eth{0}\niface eth{0} inet static\n    address {1}\n"
+                            "    netmask 255.255.0.0\n    gateway 10.{0}.0.1\n    dns-nameservers 10.{0}.0.53 9.9.9.9\n",
+                            port, port == 0 ? eth0Address : fmt::format("10.{0}.0.5", port));
+        for (int route = 0; route < 30; ++route) {
+            text += fmt::format("    up ip route add 172.{0}.{1}.0/24 via 10.{0}.0.1\n", port, route);
+        }
+        text += "\n";
+    }
+    return text;
+}
+
+std::vector<std::string> Entries(const std::string& directory)
+{
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(directory)) {
+        names.push_back(entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+// Mounts, links and files of an earlier test go.
+void CleanNetworkDirectory()
+{
+    Zel::Test::Run("awk '$5 ~ \"^/etc/network/.\" {print $5}' /proc/self/mountinfo | sort -r | xargs -r umount;"
+                   "chattr -i /etc/network/data/interfaces 2>/dev/null; rm -rf /etc/network/* 2>/dev/null");
+}
+
+struct Write {
+    const char* interfaceName;
+    const char* key;
+    const char* value;
+};
+
+// Different fields of one port, then other ports: in any order the same file.
+const Write writes[] = {{"eth0", "netmask", "255.255.255.0"}, {"eth0", "gateway", "10.0.0.254"},
+                        {"eth1", "address", "10.1.0.6"},      {"eth2", "dns-nameservers", "10.2.0.54"},
+                        {"eth3", "inet", "dhcp"},             {"eth4", "gateway", "10.4.0.254"},
+                        {"eth5", "address", "10.5.0.6"},      {"eth7", "netmask", "255.255.255.128"}};
+
+// One writer: a write for each 'w' on `go`, its result as one digit on `done`.
+void ServeWrites(const IpConfigFileAccess& access, const Write& write, int go, int done)
+{
+    char command = 0;
+    while (::read(go, &command, 1) == 1 && command == 'w') {
+        const char result = static_cast<char>('0' + access.WriteIpPara(write.interfaceName, write.key, write.value));
+        if (::write(done, &result, 1) != 1) {
+            return;
+        }
+    }
+}
+
+char ReadWithin(int fd, std::chrono::seconds limit)
+{
+    pollfd ready{fd, POLLIN, 0};
+    char byte = 'T'; // for timed out
+    if (::poll(&ready, 1, static_cast<int>(std::chrono::milliseconds(limit).count())) == 1 && ::read(fd, &byte, 1) != 1) {
+        byte = 'E';
+    }
+    return byte;
+}
+
+class IpConfigWriters : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ZEL_REQUIRE_SANDBOX();
+        CleanNetworkDirectory();
+    }
+    void TearDown() override { CleanNetworkDirectory(); }
+
+    Zel::Test::LogCapture quiet{3};
+    IpConfigFileAccess access{parameterOrder};
+};
+
+struct RaceCase {
+    const char* name;
+    std::size_t writers;
+    bool threads;
+    int rounds;
+};
+
+class IpConfigRace : public IpConfigWriters, public ::testing::WithParamInterface<RaceCase> {};
+
+TEST_P(IpConfigRace, EveryRoundGivesTheSequentialResult)
+{
+    const RaceCase& c = GetParam();
+    const std::string board = BoardFile();
+    WriteFile(interfacesFile, board);
+    for (std::size_t w = c.writers; w-- > 0;) { // backwards: any order gives the same file
+        ASSERT_EQ(0, access.WriteIpPara(writes[w].interfaceName, writes[w].key, writes[w].value));
+    }
+    const std::string expected = ReadFile(interfacesFile);
+
+    std::vector<int> go(c.writers);
+    std::vector<int> done(c.writers);
+    std::vector<pid_t> processes;
+    std::vector<std::thread> threads;
+    for (std::size_t w = 0; w < c.writers; ++w) {
+        int toWriter[2];
+        int fromWriter[2];
+        ASSERT_EQ(0, ::pipe(toWriter));
+        ASSERT_EQ(0, ::pipe(fromWriter));
+        go[w] = toWriter[1];
+        done[w] = fromWriter[0];
+        if (c.threads) {
+            threads.emplace_back([&, w, in = toWriter[0], out = fromWriter[1]] {
+                ServeWrites(access, writes[w], in, out);
+                ::close(in);
+                ::close(out);
+            });
+            continue;
+        }
+        const pid_t writer = ::fork();
+        ASSERT_GE(writer, 0);
+        if (writer == 0) {
+            ServeWrites(access, writes[w], toWriter[0], fromWriter[1]);
+            _exit(0);
+        }
+        processes.push_back(writer);
+        ::close(toWriter[0]);
+        ::close(fromWriter[1]);
+    }
+
+    int failedWrites = 0;
+    int wrongFiles = 0;
+    int strayFiles = 0;
+    std::string firstProblem;
+    for (int round = 0; round < c.rounds; ++round) {
+        WriteFile(interfacesFile, board);
+        for (const int fd : go) {
+            ASSERT_EQ(1, ::write(fd, "w", 1));
+        }
+        std::string results;
+        for (const int fd : done) {
+            results += ReadWithin(fd, std::chrono::seconds(30));
+        }
+        const bool failed = results != std::string(c.writers, '0');
+        const bool wrong = ReadFile(interfacesFile) != expected;
+        const bool stray = Entries(networkDirectory) != std::vector<std::string>{"interfaces"};
+        failedWrites += failed ? 1 : 0;
+        wrongFiles += wrong ? 1 : 0;
+        strayFiles += stray ? 1 : 0;
+        if ((failed || wrong || stray) && firstProblem.empty()) {
+            firstProblem = fmt::format("round {}: results {}, file {}, entries {}", round, results,
+                                       wrong ? "wrong" : "right", fmt::join(Entries(networkDirectory), " "));
+        }
+    }
+    for (const int fd : go) {
+        EXPECT_EQ(1, ::write(fd, "q", 1));
+        ::close(fd);
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    for (const pid_t writer : processes) {
+        int status = 0;
+        EXPECT_EQ(writer, ::waitpid(writer, &status, 0));
+    }
+    for (const int fd : done) {
+        ::close(fd);
+    }
+    const std::string figures = fmt::format("{} rounds of {} writers: {} with a failed write, {} with a wrong file, "
+                                            "{} with stray files; {}",
+                                            c.rounds, c.writers, failedWrites, wrongFiles, strayFiles, firstProblem);
+    RecordProperty("figures", figures);
+    EXPECT_EQ(0, failedWrites + wrongFiles + strayFiles) << figures;
+}
+
+const RaceCase raceCases[] = {
+    {"two_processes", 2, false, 200},
+    {"eight_processes", 8, false, 200},
+    {"eight_threads", 8, true, 200},
+};
+
+INSTANTIATE_TEST_SUITE_P(Writers, IpConfigRace, ::testing::ValuesIn(raceCases),
+                         [](const ::testing::TestParamInfo<RaceCase>& info) { return std::string(info.param.name); });
+
+// A writer killed anywhere leaves the old or the new file, whole, with its
+// mode and owner, and at most its own temporary file, which the next write
+// takes over. Readers meanwhile see whole files only.
+TEST_F(IpConfigWriters, KilledWritersLeaveAWholeFileAndNothingElse)
+{
+    const std::string oldContent = BoardFile("10.0.0.1");
+    const std::string newContent = BoardFile("172.16.254.254"); // lengths differ: a cut file matches neither
+    WriteFile(interfacesFile, oldContent);
+    ASSERT_EQ(0, ::chmod(interfacesFile.c_str(), 0640));
+    ASSERT_EQ(0, ::chown(interfacesFile.c_str(), 4321, 4322));
+    const auto wholeWithModeAndOwner = [&] {
+        struct stat info {};
+        const std::string content = ReadFile(interfacesFile);
+        return (content == oldContent || content == newContent) && ::stat(interfacesFile.c_str(), &info) == 0 &&
+               (info.st_mode & 07777) == 0640 && info.st_uid == 4321 && info.st_gid == 4322;
+    };
+
+    const unsigned seed = std::random_device{}();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(120);
+    int kills = 0;
+    int killsDuringFileWork = 0; // the temporary file stood when the kill came
+    while (killsDuringFileWork < 200 && std::chrono::steady_clock::now() < deadline) {
+        int progress[2];
+        ASSERT_EQ(0, ::pipe(progress));
+        const pid_t writer = ::fork();
+        ASSERT_GE(writer, 0);
+        if (writer == 0) {
+            for (int i = 0;; ++i) {
+                if (access.WriteIpPara("eth0", "address", i % 2 == 0 ? "172.16.254.254" : "10.0.0.1") != 0 ||
+                    ::write(progress[1], "w", 1) != 1) {
+                    _exit(1);
+                }
+            }
+        }
+        ::close(progress[1]);
+        // Let 1 to 3 writes complete, then kill the writer a random stretch
+        // into the next one, reading the file meanwhile.
+        for (int i = std::uniform_int_distribution<int>(1, 3)(random); i > 0; --i) {
+            ASSERT_EQ('w', ReadWithin(progress[0], std::chrono::seconds(30)));
+        }
+        for (int i = std::uniform_int_distribution<int>(0, 40)(random); i > 0; --i) {
+            ASSERT_TRUE(wholeWithModeAndOwner()) << "kill " << kills << ", while the writer runs";
+        }
+        ASSERT_EQ(0, ::kill(writer, SIGKILL));
+        int status = 0;
+        ASSERT_EQ(writer, ::waitpid(writer, &status, 0));
+        ::close(progress[0]);
+        ASSERT_TRUE(WIFSIGNALED(status)) << "the writer ended by itself: " << status;
+        ++kills;
+        const std::vector<std::string> entries = Entries(networkDirectory);
+        killsDuringFileWork += entries.size() > 1 ? 1 : 0;
+        ASSERT_TRUE(wholeWithModeAndOwner()) << "kill " << kills;
+        ASSERT_TRUE(entries == std::vector<std::string>{"interfaces"} ||
+                    entries == (std::vector<std::string>{"interfaces", "interfaces.tmp"}))
+            << "kill " << kills << ": " << fmt::format("{}", fmt::join(entries, " "));
+    }
+    RecordProperty("figures", fmt::format("{} kills, {} during the file work", kills, killsDuringFileWork));
+    EXPECT_GE(killsDuringFileWork, 200) << "of " << kills << " kills";
+
+    ASSERT_EQ(0, access.WriteIpPara("eth0", "address", "172.16.254.254"));
+    EXPECT_TRUE(wholeWithModeAndOwner());
+    EXPECT_EQ(newContent, ReadFile(interfacesFile));
+    EXPECT_EQ(std::vector<std::string>{"interfaces"}, Entries(networkDirectory));
+}
+
+// The real file is /etc/network/data/interfaces, mode 0640, owner 4321:4322;
+// each row sets up how /etc/network/interfaces reaches it and what is in the
+// way. Every row writes eth0's netmask.
+struct PlacementCase {
+    const char* name;
+    const char* setUp; // shell, in /etc/network
+    int result;
+    std::string messages; // of levels 1 to 5, "<level> <text>" each on a line
+    std::vector<std::string> leftInData{"interfaces"};
+    bool holdLock = false;
+};
+
+class IpConfigPlacement : public IpConfigWriters, public ::testing::WithParamInterface<PlacementCase> {};
+
+TEST_P(IpConfigPlacement, WriteReachesTheRealFileOrFailsAndSaysWhy)
+{
+    const PlacementCase& c = GetParam();
+    const std::string realFile = "/etc/network/data/interfaces";
+    const std::string board = BoardFile();
+    std::string changed = board;
+    changed.replace(changed.find("netmask 255.255.0.0"), 19, "netmask 255.255.255.0");
+    ASSERT_TRUE(fs::create_directory("/etc/network/data"));
+    WriteFile(realFile, board);
+    ASSERT_EQ(0, ::chmod(realFile.c_str(), 0640));
+    ASSERT_EQ(0, ::chown(realFile.c_str(), 4321, 4322));
+    ASSERT_EQ(0, Zel::Test::Run(std::string("cd /etc/network && ") + c.setUp)) << c.setUp;
+    const bool link = fs::is_symlink(interfacesFile);
+    const int holder = c.holdLock ? ::open("/etc/network/data", O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1;
+    ASSERT_TRUE(!c.holdLock || ::flock(holder, LOCK_EX) == 0);
+
+    Zel::Test::LogCapture capture(5);
+    const IpConfigFileAccess access(parameterOrder, interfacesFile, std::chrono::milliseconds(100));
+    EXPECT_EQ(c.result, access.WriteIpPara("eth0", "netmask", "255.255.255.0"));
+    std::string messages;
+    for (const auto& record : capture.Records()) {
+        messages += fmt::format("{} {}\n", record.level, record.text);
+    }
+    EXPECT_EQ(c.messages, messages);
+    EXPECT_EQ(c.result == 0 ? changed : board, ReadFile(realFile));
+    EXPECT_EQ(ReadFile(realFile), ReadFile(interfacesFile));
+    EXPECT_EQ(link, fs::is_symlink(interfacesFile));
+    struct stat info {};
+    ASSERT_EQ(0, ::stat(realFile.c_str(), &info));
+    EXPECT_EQ(0640u, info.st_mode & 07777);
+    EXPECT_EQ(4321u, info.st_uid);
+    EXPECT_EQ(4322u, info.st_gid);
+    EXPECT_EQ(c.leftInData, Entries("/etc/network/data"));
+    EXPECT_EQ((std::vector<std::string>{"data", "interfaces"}), Entries(networkDirectory));
+    if (holder >= 0) {
+        ::close(holder);
+    }
+}
+
+const PlacementCase placementCases[] = {
+    {"absolute_link", "ln -s /etc/network/data/interfaces interfaces", 0, ""},
+    {"relative_link_to_absolute_link", "ln -s /etc/network/data/interfaces data/current && ln -s data/current interfaces",
+     0, "", {"current", "interfaces"}},
+    {"bind_mounted_file", "touch interfaces && mount --bind data/interfaces interfaces", 0,
+     "5 IpConfigFileAccess::WriteIpPara(): /etc/network/interfaces rewritten in place, not atomically: Device or "
+     "resource busy\n"},
+    {"read_only_bind_mounted_file",
+     "touch interfaces && mount --bind data/interfaces interfaces && mount -o remount,ro,bind interfaces", 1,
+     "3 IpConfigFileAccess::WriteIpPara(): Cannot replace /etc/network/interfaces: Read-only file system\n"},
+    {"link_into_read_only_directory",
+     "ln -s data/interfaces interfaces && mount --bind data data && mount -o remount,ro,bind data", 1,
+     "3 Error open file /etc/network/data/interfaces.tmp\n"},
+    {"immutable_file_refuses_the_good_temporary_file", "ln -s data/interfaces interfaces && chattr +i data/interfaces",
+     1, "3 IpConfigFileAccess::WriteIpPara(): Cannot replace /etc/network/data/interfaces: Operation not permitted\n"},
+    {"temporary_file_is_a_directory", "ln -s data/interfaces interfaces && mkdir data/interfaces.tmp", 1,
+     "3 Error open file /etc/network/data/interfaces.tmp\n", {"interfaces", "interfaces.tmp"}},
+    {"temporary_file_on_a_full_disk", "ln -s data/interfaces interfaces && ln -s /dev/full data/interfaces.tmp", 1,
+     "3 Error write file /etc/network/data/interfaces.tmp\n"},
+    {"lock_held_by_another_writer", "ln -s data/interfaces interfaces", 1,
+     "3 IpConfigFileAccess::WriteIpPara(): Lock on /etc/network/data still held by another writer after 100 ms\n",
+     {"interfaces"}, true},
+};
+
+INSTANTIATE_TEST_SUITE_P(Files, IpConfigPlacement, ::testing::ValuesIn(placementCases),
+                         [](const ::testing::TestParamInfo<PlacementCase>& info) {
+                             return std::string(info.param.name);
+                         });
+
+} // namespace
