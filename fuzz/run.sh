@@ -2,9 +2,8 @@
 # fuzz/run.sh <seconds> [target...]
 #
 # Builds every libFuzzer target (fuzz/*/CMakeLists.txt, zel_add_fuzz_target)
-# with clang in its own build directory and runs each (or only the named
-# ones) for <seconds>, starting
-# from its committed seed corpus. New inputs go to
+# with the fuzz preset (clang) in its own build directory and runs each (or
+# only the named ones) for <seconds>, starting from its committed seed corpus. New inputs go to
 # <build>/runs/<target>/corpus, crash reproducers to <build>/runs/<target>/.
 # Exits non-zero as soon as a target finds a crash, a leak or a sanitizer
 # report.
@@ -25,10 +24,7 @@ build=${ZEL_FUZZ_BUILD_DIR:-$root/build/fuzz}
 
 command -v clang++ >/dev/null || { echo "fuzz/run.sh: clang++ is not installed (scripts/setup.sh)" >&2; exit 2; }
 
-cmake -S "$root" -B "$build" -G Ninja \
-  -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
-  -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-  -DZEL_BUILD_FUZZ=ON -DBUILD_TESTING=OFF -DZEL_BUILD_TOOLS=OFF -DZEL_WERROR=ON >/dev/null
+(cd "$root" && cmake --preset fuzz -B "$build" >/dev/null)
 cmake --build "$build" --target zel_fuzz_targets -j "${ZEL_FUZZ_JOBS:-2}"
 
 targets="$build/fuzz/targets.txt"

@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Builds the benchmark program in the release configuration and runs it in
+# Builds the benchmark program with the bench preset (release) and runs it in
 # the network sandbox (sixteen veth pairs, bench/bench.scenario), with
 # repetitions reported as medians, then prints the library/bare ratio table.
 #
 #   scripts/run-bench.sh [benchmark options...]
 #
-# Environment: ZEL_BENCH_BUILD_DIR (default build/bench-release),
+# Environment: ZEL_BENCH_BUILD_DIR (default build/bench),
 # ZEL_BENCH_REPETITIONS (default 10), ZEL_BENCH_MIN_TIME (seconds per
 # repetition, default 0.2). Extra options go to the benchmark program, e.g.
 # --benchmark_filter=ipstatus. The full output is kept in
@@ -13,12 +13,12 @@
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-build="${ZEL_BENCH_BUILD_DIR:-$root/build/bench-release}"
+build="${ZEL_BENCH_BUILD_DIR:-$root/build/bench}"
 repetitions="${ZEL_BENCH_REPETITIONS:-10}"
 min_time="${ZEL_BENCH_MIN_TIME:-0.2}"
 
 cd "$root"
-cmake --preset release -B "$build" -DZEL_BUILD_BENCH=ON -DBUILD_TESTING=OFF >/dev/null
+cmake --preset bench -B "$build" >/dev/null
 cmake --build "$build" --target zel_bench -j"$(nproc)"
 
 output="$build/bench-output.txt"

@@ -16,7 +16,7 @@
 // interface (bits 4-6: eth0, eth1, eth10, lo, or one from the input); then a
 // length byte and the value; then, when chosen, a length byte and the key,
 // and a length byte and the interface name; the rest is the file.
-#include "fuzz/ipconfig/FuzzSupport.hpp"
+#include "fuzz/support/FuzzSupport.hpp"
 
 #include "Modules/Commons/Linux/IpConfigFileAccess.hpp"
 

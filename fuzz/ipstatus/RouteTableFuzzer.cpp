@@ -13,7 +13,7 @@
 // input) and whether a default-route line is appended (bit 2); then, when
 // chosen, a length byte and the name; then, when appended, four bytes of the
 // gateway; the rest is the table.
-#include "fuzz/ipconfig/FuzzSupport.hpp"
+#include "fuzz/support/FuzzSupport.hpp"
 
 #include "Modules/Commons/Linux/IpStatusSocketAccess.hpp"
 

@@ -24,35 +24,28 @@
 // input and still open after the module is gone is closed, except the SPI
 // stand-in, which the SPI port classes keep in their static descriptor by
 // design. RLIMIT_NOFILE is also raised to its hard limit.
+#include "fuzz/support/FuzzSupport.hpp"
+
 #include "Modules/Nim/Linux/EthernetInfoModule.hpp"
 
 #include <Zel/Hardware/Commons/Modules/HardwareModuleProvider.hpp>
 #include <Zel/Hardware/Commons/Modules/ModuleSettings.hpp>
 #include <Zel/Hardware/Commons/Modules/SettingField.hpp>
-#include <Zel/System/Commons/AppDomain.hpp>
+#include <Zel/System/Commons/Diagnostics/RuntimeTypeInfo.hpp>
 #include <Zel/System/Commons/Exception.hpp>
-#include <Zel/System/Commons/Logging/LogManager.hpp>
-#include <Zel/System/Commons/Logging/LogSink.hpp>
 
 #include <net/if.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <map>
-#include <memory>
-#include <string>
-#include <string_view>
-#include <vector>
+#include <typeinfo>
 
 namespace {
 
 using namespace Zel::System::Commons;
+using Zel::Fuzz::Fail;
 using Zel::Hardware::Commons::Modules::ModuleSettings;
 using Zel::Hardware::Commons::Modules::SettingField;
 namespace fs = std::filesystem;
@@ -63,34 +56,14 @@ constexpr std::size_t maxLines = 16;
 // allocator).
 constexpr unsigned long maxPortCount = 64;
 
-class DroppingSink : public Logging::ILogSink {
-public:
-    void Write(int, std::string_view, std::string_view) override {}
-};
-
 std::string root;    // the temporary tree behind "@/"
 std::string spiPath; // the spidev stand-in behind "@spi"
 struct stat spiInfo {};
 std::vector<std::string> interfaces;
 
-[[noreturn]] void Fail(const std::string& what)
-{
-    std::fprintf(stderr, "settings fuzzer: %s\n", what.c_str());
-    std::abort();
-}
-
-std::string MakeTemporaryDirectory(const char* name)
-{
-    std::string pattern = std::string("/tmp/") + name + "-XXXXXX";
-    if (mkdtemp(pattern.data()) == nullptr) {
-        Fail("mkdtemp failed");
-    }
-    return pattern;
-}
-
 void CreateFiles()
 {
-    root = MakeTemporaryDirectory("zel-fuzz-settings");
+    root = Zel::Fuzz::TemporaryDirectory("zel-fuzz-settings");
     // A directory where an attribute file is expected, and a plain one.
     for (const char* dir : {"/sys/unreadable/operstate", "/dir", "/free"}) {
         fs::create_directories(root + dir);
@@ -107,7 +80,7 @@ void CreateFiles()
         std::ofstream(root + path, std::ios::binary) << content;
     }
     // Kept apart from "@/", whose paths must never reach it.
-    spiPath = MakeTemporaryDirectory("zel-fuzz-spi") + "/spidev0.0";
+    spiPath = Zel::Fuzz::TemporaryDirectory("zel-fuzz-spi") + "/spidev0.0";
     std::ofstream(spiPath, std::ios::binary) << std::string(3, '\0');
     if (stat(spiPath.c_str(), &spiInfo) != 0) {
         Fail("cannot create the SPI stand-in");
@@ -258,7 +231,7 @@ bool Matches(std::string_view pattern, std::string_view text)
     return !text.empty() && pattern[0] == text[0] && Matches(pattern.substr(1), text.substr(1));
 }
 
-// The exceptions set-up documents, each with the class that carries it.
+// The exceptions set-up documents, each with the exact class that carries it.
 const char* const documented[] = {
     "InvalidConfig: Wrong interface index # found, expected #",
     "InvalidConfig: Number of port names # does not match port count! #",
@@ -329,14 +302,11 @@ void RunOne(const Input& input)
     Zel::Hardware::Modules::Nim::Linux::EthernetInfoModule module;
     try {
         module.SetupSettings(input.settings, provider);
-    } catch (const InvalidConfigException& e) {
-        ExpectDocumented("InvalidConfig: " + e.GetMessage());
-    } catch (const InvalidOperationException& e) {
-        ExpectDocumented("InvalidOperation: " + e.GetMessage());
-    } catch (const ArgumentException& e) {
-        ExpectDocumented("Argument: " + e.GetMessage());
-    } catch (const NotSupportedException& e) {
-        ExpectDocumented("NotSupported: " + e.GetMessage());
+    } catch (const Exception& e) {
+        // "Zel::System::Commons::InvalidConfigException" gives "InvalidConfig".
+        std::string type = Diagnostics::RuntimeTypeInfo::DemangleSymbol(typeid(e).name());
+        type = type.substr(type.rfind(':') + 1);
+        ExpectDocumented(type.substr(0, type.rfind("Exception")) + ": " + e.GetMessage());
     } catch (const std::exception& e) {
         Fail(std::string("unexpected exception: ") + e.what());
     }
@@ -354,22 +324,12 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
         }
         if_freenameindex(list);
     }
-    std::atexit([] {
-        std::error_code ignored;
-        fs::remove_all(root, ignored);
-        fs::remove_all(fs::path(spiPath).parent_path(), ignored);
-    });
     rlimit limit{};
     if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
         limit.rlim_cur = limit.rlim_max;
         setrlimit(RLIMIT_NOFILE, &limit);
     }
-    // A host's domain; every channel at trace level so that every message
-    // is formatted with the fuzzed texts.
-    static AppDomain* const appDomain = new AppDomain; // lives until the process ends
-    auto logManager = std::make_shared<Logging::LogManager>(8);
-    logManager->SetSink(std::make_shared<DroppingSink>());
-    appDomain->AddSingleton(logManager);
+    Zel::Fuzz::SetUpLogging();
     std::fprintf(stderr, "settings fuzzer: tree %s, SPI stand-in %s, %zu interfaces\n", root.c_str(),
                  spiPath.c_str(), interfaces.size());
     return 0;

@@ -95,28 +95,56 @@ protected:
     Access access;
 };
 
+// The module with the real Ethernet information module built from a device
+// table of the scenario's interfaces; "lo" through the access alone.
 TEST_F(KernelIpStatus, AddressNetmaskAndGatewayAreWhatIpReports)
 {
-    for (const std::string name : {"ips0", "ips1", "ips2", "ipstatus-abcdef", "lo"}) {
-        SCOPED_TRACE(name);
-        EXPECT_EQ(Address(name), IpAddr(name).first);
-        EXPECT_EQ(Netmask(name), IpAddr(name).second);
-        EXPECT_EQ(Gateway(name), LastGatewayOrZero(name));
+    SettingField interfaces("interfaces");
+    for (std::size_t device = 1; device <= devices.size(); ++device) {
+        interfaces.AddLine({std::to_string(device), "Device" + std::to_string(device), devices[device - 1], "1",
+                            "unsupported", "", "Ethernet"});
     }
+    ModuleSettings settings;
+    settings.AddSettingField("interfaces", interfaces);
+    HardwareModuleProvider provider;
+    EthernetInfoModule ethernet;
+    ethernet.SetupSettings(settings, provider);
+    ASSERT_EQ(ethernet.GetDeviceCount(), devices.size());
+    provider.AddHardwareModule(ethernet);
+    IpStatusModule module;
+    module.SetupSettings(ModuleSettings(), provider);
+
+    for (unsigned int device = 1; device <= devices.size(); ++device) {
+        const std::string& name = devices[device - 1];
+        SCOPED_TRACE(name);
+        EXPECT_EQ(module.GetIpAddress(device), IpAddr(name).first);
+        EXPECT_EQ(module.GetDeviceIpAddress(device), IpAddr(name).first);
+        EXPECT_EQ(module.GetSubnetMask(device), IpAddr(name).second);
+        EXPECT_EQ(module.GetDefaultGateway(device), LastGatewayOrZero(name));
+    }
+    EXPECT_EQ(Address("lo") + " " + Netmask("lo") + " " + Gateway("lo"), "127.0.0.1 255.0.0.0 0.0.0.0");
     // The scenario's own values, so that a broken oracle cannot hide a fault.
-    EXPECT_EQ(Address("ips0"), "192.168.2.10");
-    EXPECT_EQ(Netmask("ips1"), "255.255.240.0");
-    EXPECT_EQ(Address("lo"), "127.0.0.1");
+    EXPECT_EQ(module.GetIpAddress(1), "192.168.2.10");
+    EXPECT_EQ(module.GetSubnetMask(2), "255.255.240.0");
     // ips1 has two default routes; the one added first is listed later and wins.
     EXPECT_EQ(IpRouteGateways("ips1"), (std::vector<std::string>{"10.1.0.1", "10.1.0.2"}));
-    EXPECT_EQ(Gateway("ips1"), "10.1.0.2");
+    EXPECT_EQ(module.GetDefaultGateway(2), "10.1.0.2");
     // ips2 has neither an address nor a default route of its own.
     EXPECT_EQ(Address("ips2") + Netmask("ips2") + Gateway("ips2"), "0.0.0.00.0.0.00.0.0.0");
     // ips0's gateway 192.168.2.1 stands in the table lowest byte first.
     std::ostringstream table;
     table << std::ifstream("/proc/net/route").rdbuf();
     EXPECT_NE(table.str().find("ips0\t00000000\t0102A8C0\t"), std::string::npos) << table.str();
-    EXPECT_EQ(Gateway("ips0"), "192.168.2.1");
+    EXPECT_EQ(module.GetDefaultGateway(1), "192.168.2.1");
+
+    // The name is asked for before any device check, so the Ethernet
+    // module's std::out_of_range passes through instead of a failed status.
+    for (const unsigned int device : {0u, static_cast<unsigned int>(devices.size() + 1)}) {
+        EXPECT_THROW(module.GetIpAddress(device), std::out_of_range);
+        EXPECT_THROW(module.GetSubnetMask(device), std::out_of_range);
+        EXPECT_THROW(module.GetDefaultGateway(device), std::out_of_range);
+        EXPECT_THROW(module.GetDeviceIpAddress(device), std::out_of_range);
+    }
 }
 
 TEST_F(KernelIpStatus, QueriesAreTracedButAMissingAddressIsNot)
@@ -159,43 +187,6 @@ TEST_F(KernelIpStatus, LongerNamesAreCutForTheIoctlButComparedWholeInTheTable)
     EXPECT_EQ(Address(longer), "172.16.5.9");
     EXPECT_EQ(Netmask(longer), "255.255.0.0");
     EXPECT_EQ(Gateway(longer), "0.0.0.0");
-}
-
-// The module with the real Ethernet information module built from a device
-// table of the scenario's interfaces.
-TEST_F(KernelIpStatus, ModuleAnswersWhatIpReportsAndPassesOutOfRangeOn)
-{
-    SettingField interfaces("interfaces");
-    for (std::size_t device = 1; device <= devices.size(); ++device) {
-        interfaces.AddLine({std::to_string(device), "Device" + std::to_string(device), devices[device - 1], "1",
-                            "unsupported", "", "Ethernet"});
-    }
-    ModuleSettings settings;
-    settings.AddSettingField("interfaces", interfaces);
-    HardwareModuleProvider provider;
-    EthernetInfoModule ethernet;
-    ethernet.SetupSettings(settings, provider);
-    ASSERT_EQ(ethernet.GetDeviceCount(), devices.size());
-    provider.AddHardwareModule(ethernet);
-    IpStatusModule module;
-    module.SetupSettings(ModuleSettings(), provider);
-
-    for (unsigned int device = 1; device <= devices.size(); ++device) {
-        const std::string& name = devices[device - 1];
-        SCOPED_TRACE(name);
-        EXPECT_EQ(module.GetIpAddress(device), IpAddr(name).first);
-        EXPECT_EQ(module.GetDeviceIpAddress(device), IpAddr(name).first);
-        EXPECT_EQ(module.GetSubnetMask(device), IpAddr(name).second);
-        EXPECT_EQ(module.GetDefaultGateway(device), LastGatewayOrZero(name));
-    }
-    // The name is asked for before any device check, so the Ethernet
-    // module's std::out_of_range passes through instead of a failed status.
-    for (const unsigned int device : {0u, static_cast<unsigned int>(devices.size() + 1)}) {
-        EXPECT_THROW(module.GetIpAddress(device), std::out_of_range);
-        EXPECT_THROW(module.GetSubnetMask(device), std::out_of_range);
-        EXPECT_THROW(module.GetDefaultGateway(device), std::out_of_range);
-        EXPECT_THROW(module.GetDeviceIpAddress(device), std::out_of_range);
-    }
 }
 
 } // namespace

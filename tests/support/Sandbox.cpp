@@ -91,17 +91,11 @@ NetSandbox& NetSandbox::Mac(const std::string& mac) {
     return Ip("link set dev " + RequireCurrent("Mac") + " address " + mac);
 }
 
-NetSandbox& NetSandbox::Mtu(int mtu) {
-    return Ip("link set dev " + RequireCurrent("Mtu") + " mtu " + std::to_string(mtu));
-}
-
 NetSandbox& NetSandbox::Address(const std::string& cidr) {
     return Ip("addr add " + cidr + " dev " + RequireCurrent("Address"));
 }
 
 NetSandbox& NetSandbox::Up() { return SetLinkUp(RequireCurrent("Up")); }
-
-NetSandbox& NetSandbox::Down() { return SetLinkDown(RequireCurrent("Down")); }
 
 NetSandbox& NetSandbox::Route(const std::string& route) { return Ip("route add " + route); }
 

@@ -45,10 +45,8 @@ public:
     // Makes an existing interface (e.g. "lo") the current one.
     NetSandbox& Interface(const std::string& name);
     NetSandbox& Mac(const std::string& mac);
-    NetSandbox& Mtu(int mtu);
     NetSandbox& Address(const std::string& cidr);
     NetSandbox& Up();
-    NetSandbox& Down();
     // `ip route add <route>`, e.g. "default via 192.168.1.1 dev eth0 metric 5".
     NetSandbox& Route(const std::string& route);
     NetSandbox& SetLinkUp(const std::string& name);

@@ -1,6 +1,6 @@
-// Shared by the IP configuration and IP status fuzz targets: logging that
-// formats every message (level 8) and drops it, a private temporary directory
-// removed at exit, property checks that abort, and the input cut into fields.
+// Shared by every fuzz target: logging that formats every message (level 8)
+// and drops it, private temporary directories removed at exit, property
+// checks that abort, and the input cut into fields.
 #pragma once
 
 #include <Zel/System/Commons/AppDomain.hpp>
@@ -16,40 +16,64 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <stdlib.h>
 #include <unistd.h>
 
 namespace Zel::Fuzz {
 
+[[noreturn]] inline void Fail(const std::string& what)
+{
+    std::fprintf(stderr, "fuzz property violated: %s\n", what.c_str());
+    std::abort();
+}
+
 inline void Check(bool condition, const char* what, const std::string& detail = std::string())
 {
     if (!condition) {
-        std::fprintf(stderr, "fuzz property violated: %s %s\n", what, detail.c_str());
-        std::abort();
+        Fail(std::string(what) + " " + detail);
     }
 }
 
-// Sets up the logging once and returns the path of `fileName` in a new
-// temporary directory (on tmpfs where there is one: writes sync the file).
-inline std::string SetUp(const char* fileName)
+// The host's domain with every channel at trace level, so that every message
+// is formatted with the fuzzed texts. Lives until the process ends: module
+// statics still log while the process exits.
+inline void SetUpLogging()
 {
     struct DiscardSink : Zel::System::Commons::Logging::ILogSink {
         void Write(int, std::string_view, std::string_view) override {}
     };
-    static Zel::System::Commons::AppDomain appDomain;
+    static auto* const appDomain = new Zel::System::Commons::AppDomain;
     auto logManager = std::make_shared<Zel::System::Commons::Logging::LogManager>(8);
     logManager->SetSink(std::make_shared<DiscardSink>());
-    appDomain.AddSingleton(logManager);
+    appDomain->AddSingleton(logManager);
+}
 
-    static std::string directory = ::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
-    directory += "/zel-ip-fuzz-XXXXXX";
+// A new directory named after `name`, removed at exit; on tmpfs where there is
+// one, since writes sync their file.
+inline std::string TemporaryDirectory(const char* name)
+{
+    static std::vector<std::string> directories;
+    std::string directory = std::string(::access("/dev/shm", W_OK) == 0 ? "/dev/shm/" : "/tmp/") + name + "-XXXXXX";
     Check(::mkdtemp(directory.data()) != nullptr, "mkdtemp");
-    std::atexit([] {
-        std::error_code ignored;
-        std::filesystem::remove_all(directory, ignored);
-    });
-    return directory + "/" + fileName;
+    if (directories.empty()) {
+        std::atexit([] {
+            std::error_code ignored;
+            for (const auto& d : directories) {
+                std::filesystem::remove_all(d, ignored);
+            }
+        });
+    }
+    directories.push_back(directory);
+    return directory;
+}
+
+// Logging set up and the path of `fileName` in a new temporary directory.
+inline std::string SetUp(const char* fileName)
+{
+    SetUpLogging();
+    return TemporaryDirectory("zel-ip-fuzz") + "/" + fileName;
 }
 
 inline void WriteAll(const std::string& path, const std::string& content)
