@@ -221,23 +221,18 @@ TEST_F(EthernetInfoSetup, BadDeviceAndPortNumbersThrowTheVectorsOutOfRange)
                      {"2", "X2", "eth1", "0", "unsupported", "", "Ethernet"}}),
               "");
     const EthernetInfoModule& m = *module;
+    for (unsigned int device : {0U, 3U}) {
+        EXPECT_THROW(m.GetMacAddress(device), std::out_of_range);
+        EXPECT_THROW(m.GetPublicInterfaceName(device), std::out_of_range);
+        EXPECT_THROW(m.GetPortCount(device), std::out_of_range);
+        EXPECT_THROW(m.GetInterfaceType(device), std::out_of_range);
+        EXPECT_THROW(m.GetInterfaceName(device), std::out_of_range);
+    }
     for (auto [device, port] : {std::pair{0U, 1U}, {3U, 1U}, {1U, 0U}, {1U, 2U}, {2U, 1U}}) {
-        if (port == 1 && device != 2) {
-            EXPECT_THROW(m.GetInterfaceName(device), std::out_of_range);
-            EXPECT_THROW(m.GetMacAddress(device), std::out_of_range);
-            EXPECT_THROW(m.GetPublicInterfaceName(device), std::out_of_range);
-            EXPECT_THROW(m.GetPortCount(device), std::out_of_range);
-            EXPECT_THROW(m.GetInterfaceType(device), std::out_of_range);
-        }
         EXPECT_THROW(m.GetPortLinkState(device, port), std::out_of_range);
         EXPECT_THROW(m.GetPortLinkSpeed(device, port), std::out_of_range);
         EXPECT_THROW(m.GetPortLinkDuplex(device, port), std::out_of_range);
         EXPECT_THROW(m.GetPortPublicName(device, port), std::out_of_range);
-    }
-    try {
-        m.GetInterfaceName(3);
-    } catch (const std::out_of_range& e) {
-        EXPECT_STREQ(e.what(), "vector::_M_range_check: __n (which is 2) >= this->size() (which is 2)");
     }
 }
 
