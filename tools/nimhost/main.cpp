@@ -124,7 +124,8 @@ int main(int argc, char** argv)
     WatchOptions watchOptions;
     CLI::App* watch = app.add_subcommand("watch", "Print every port's link, then one line per change of link "
                                                   "state, speed or duplex");
-    watch->add_option("--interval", watchOptions.intervalMs, "Polling interval in milliseconds of the ports that read no kernel interface")
+    watch->add_option("--interval", watchOptions.intervalMs,
+                      "Polling interval in milliseconds of the ports that read no kernel interface")
         ->check(CLI::Range(1U, 3600000U))
         ->capture_default_str();
     watch->add_option("--count", watchOptions.count, "End after this many changes (default: until interrupted)")
