@@ -58,3 +58,9 @@ include(CPack)
 
 # Documentation files of the package go here (Debian: /usr/share/doc/<package>).
 set(ZEL_PACKAGE_DOC_DIR ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_PACKAGE_NAME})
+
+# The service that keeps nimhost's metrics file in node_exporter's textfile
+# directory (README, "Monitoring a fleet"); it names /usr/bin/nimhost, where
+# the package puts it.
+install(FILES ${PROJECT_SOURCE_DIR}/tools/systemd/nimhost-metrics.service
+        DESTINATION lib/systemd/system COMPONENT runtime)

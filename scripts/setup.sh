@@ -11,6 +11,7 @@ packages=(
   clang libclang-rt-14-dev
   g++-arm-linux-gnueabihf qemu-user
   iproute2 util-linux procps ethtool
+  prometheus prometheus-node-exporter curl
   dpkg-dev file binutils
 )
 

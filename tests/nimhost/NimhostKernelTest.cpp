@@ -270,7 +270,7 @@ protected:
     void Start(std::vector<std::string> options) const
     {
         options.insert(options.begin(), {"--config", settings, "--log-level", "0", "watch", "--interval", "20"});
-        Zel::Test::Run("(" + NimhostCommand(options) + " >" + run.Path("out") + " & echo $! >" + run.Path("pid") +
+        Zel::Test::Run("(" + NimhostCommand(options) + " >" + run.Path("out") + " 2>" + run.Path("err") + " & echo $! >" + run.Path("pid") +
                        "; wait $!; echo $? >" + run.Path("rc") + ") >/dev/null 2>&1 &");
     }
 
@@ -339,6 +339,145 @@ TEST_F(NimhostWatch, TextLinesHaveATimestampAndTheCodesInWordsUntilStopped)
         << lines[1];
     Zel::Test::Run("kill -TERM $(cat " + run.Path("pid") + ")");
     EXPECT_EQ(ExitCode(), 0);
+}
+
+// Kernel notifications in the sandbox, one row each: what the watch runs
+// with, what happens to the links, and the events (JSON subsets) that must
+// follow in this order.
+struct WatchEventRow {
+    const char* name;
+    std::vector<std::string> options;
+    std::string action;
+    std::vector<json> expected;
+    std::string error;
+};
+
+void PrintTo(const WatchEventRow& row, std::ostream* out)
+{
+    *out << row.name;
+}
+
+class NimhostWatchEvents : public NimhostWatch, public testing::WithParamInterface<WatchEventRow> {};
+
+TEST_P(NimhostWatchEvents, ChangesFollowTheKernelsNotifications)
+{
+    const auto& row = GetParam();
+    auto options = row.options;
+    options.push_back("--json");
+    Start(options);
+    ASSERT_EQ(Lines(2).size(), 2U);
+    ASSERT_EQ(Zel::Test::Run(row.action), 0) << row.action;
+    std::size_t found = 0;
+    WaitUntil([&] {
+        found = 0;
+        for (const auto& line : Lines(0)) {
+            const auto event = json::parse(line);
+            auto merged = event;
+            if (found < row.expected.size()) {
+                merged.update(row.expected[found]);
+            }
+            if (found < row.expected.size() && event == merged) {
+                ++found;
+            }
+        }
+        return found == row.expected.size() && ReadFile(run.Path("err")).find(row.error) != std::string::npos;
+    }, 8s); // below watch's 10 s re-read of every port, which would hide a missed notification
+    EXPECT_EQ(found, row.expected.size()) << ReadFile(run.Path("out"));
+    EXPECT_NE(ReadFile(run.Path("err")).find(row.error), std::string::npos) << ReadFile(run.Path("err"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rows, NimhostWatchEvents,
+    testing::Values(
+        // The flap of eth1 comes back within the debounce time and is dropped;
+        // eth0's down is reported once the time is up, and ends the watch.
+        WatchEventRow{"debounce", {"--debounce", "1500", "--count", "1"},
+                      "ip link set eth1p down && ip link set eth1p up && ip link set eth0 down",
+                      {json{{"event", "change"}, {"device", 1}, {"linkState", 0}}}, ""},
+        // A receive buffer too small for one burst: the kernel drops
+        // notifications, and watch reads every port again.
+        WatchEventRow{"overrun", {"--receive-buffer", "1"},
+                      "printf 'link set eth0p down\nlink set eth0p up\nlink set eth0 down\nlink set eth0 up\n"
+                      "link set eth0p down\nlink set eth0p up\nlink set eth1p down\n' | ip -batch -",
+                      {json{{"event", "change"}, {"device", 2}, {"linkState", 255}}},
+                      "nimhost: watch: link notifications were lost (receive buffer overrun); reading every port "
+                      "again\n"},
+        // A board interface that goes and comes back is reported, not fatal.
+        WatchEventRow{"interfaces", {},
+                      "ip link del eth1 && ip link add eth1 type veth peer name eth1p && ip link set eth0 down",
+                      {json{{"event", "disappeared"}, {"interfaceName", "eth1"}},
+                       json{{"event", "appeared"}, {"interfaceName", "eth1"}},
+                       json{{"event", "change"}, {"device", 1}, {"linkState", 0}}},
+                      ""}),
+    [](const testing::TestParamInfo<WatchEventRow>& info) { return std::string(info.param.name); });
+
+// ---- metrics ----
+
+TEST_F(NimhostReport, MetricsPassPromtoolAndLeaveUnknownValuesOut)
+{
+    // Device 3 reads made-up attribute files: 100 Mbit/s half duplex, and a
+    // port name that needs escaping.
+    const std::string port = directory.Path("port3") + "/";
+    Zel::Test::Run("mkdir -p " + port + " && printf 'up\\n' >" + port + "operstate && printf '100\\n' >" + port +
+                   "speed && printf 'half\\n' >" + port + "duplex");
+    std::string board = BoardSettings(R"(  ["3", "X3", "lo", "1", "sysFile", "P\"3", "Internal"],
+)");
+    board.replace(board.find("/sys/class/net/eth2/"), std::string("/sys/class/net/eth2/").size(), port);
+    settings = directory.Write("three.toml", board);
+
+    const auto result = Nimhost({"metrics", "--output", directory.Path("nim.prom")});
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(Zel::Test::Run("test \"$(stat -c %a " + directory.Path("nim.prom") + ")\" = 644"), 0);
+    EXPECT_EQ(Zel::Test::Run("promtool check metrics <" + directory.Path("nim.prom")), 0);
+    std::string text = ReadFile(directory.Path("nim.prom"));
+    EXPECT_EQ(Nimhost({"metrics"}).out.substr(0, 200), text.substr(0, 200));
+    text = std::regex_replace(text, std::regex(R"(^nim_collection_duration_seconds \d.*$)", std::regex::multiline),
+                              "nim_collection_duration_seconds T");
+    const std::string failed = R"(exception="Zel::System::Commons::InvalidOperationException"} 1)";
+    EXPECT_EQ(text, R"(# HELP nim_device_info Texts of an Ethernet device as the plug-in reports them; always 1.
+# TYPE nim_device_info gauge
+nim_device_info{device="1",interface="eth0",public_name="X1",mac_address="02:00:00:00:00:01",interface_type="Ethernet"} 1
+nim_device_info{device="2",interface="eth1",public_name="X2",mac_address="02:00:00:00:00:02",interface_type="Fieldbus"} 1
+nim_device_info{device="3",interface="lo",public_name="X3",mac_address="00:00:00:00:00:00",interface_type="Internal"} 1
+# HELP nim_port_info Texts of a device's port (mode from the settings); always 1.
+# TYPE nim_port_info gauge
+nim_port_info{device="1",interface="eth0",port="1",public_name="P1",mode="sysFile"} 1
+nim_port_info{device="2",interface="eth1",port="1",public_name="P2",mode="sysFile"} 1
+nim_port_info{device="3",interface="lo",port="1",public_name="P\"3",mode="sysFile"} 1
+# HELP nim_port_link_up 1 when the port's link is up, 0 when down; absent when unknown.
+# TYPE nim_port_link_up gauge
+nim_port_link_up{device="1",interface="eth0",port="1"} 1
+nim_port_link_up{device="2",interface="eth1",port="1"} 1
+nim_port_link_up{device="3",interface="lo",port="1"} 1
+# HELP nim_port_speed_bytes Link speed of the port in bytes per second; absent when unknown.
+# TYPE nim_port_speed_bytes gauge
+nim_port_speed_bytes{device="3",interface="lo",port="1"} 12500000
+# HELP nim_port_full_duplex 1 for full duplex, 0 for half duplex; absent when unknown.
+# TYPE nim_port_full_duplex gauge
+nim_port_full_duplex{device="1",interface="eth0",port="1"} 1
+nim_port_full_duplex{device="2",interface="eth1",port="1"} 1
+nim_port_full_duplex{device="3",interface="lo",port="1"} 0
+# HELP nim_ip_config_differs 1 when the configured IP value (/etc/network/interfaces) differs from the live one, else 0; absent when either could not be read.
+# TYPE nim_ip_config_differs gauge
+nim_ip_config_differs{device="1",interface="eth0",field="address"} 0
+nim_ip_config_differs{device="1",interface="eth0",field="netmask"} 0
+nim_ip_config_differs{device="1",interface="eth0",field="gateway"} 1
+# HELP nim_query_failed 1 for each query of the plug-in that threw in this collection, with the exception's type.
+# TYPE nim_query_failed gauge
+nim_query_failed{device="1",interface="eth0",query="IIpConfigModule::GetDnsNameservers",)" + failed + R"(
+nim_query_failed{device="2",interface="eth1",query="IIpConfigModule::GetIpAddress",)" + failed + R"(
+nim_query_failed{device="2",interface="eth1",query="IIpConfigModule::GetSubnetMask",)" + failed + R"(
+nim_query_failed{device="2",interface="eth1",query="IIpConfigModule::GetDefaultGateway",)" + failed + R"(
+nim_query_failed{device="2",interface="eth1",query="IIpConfigModule::GetDnsNameservers",)" + failed + R"(
+nim_query_failed{device="3",interface="lo",query="IIpConfigModule::GetIpAddress",)" + failed + R"(
+nim_query_failed{device="3",interface="lo",query="IIpConfigModule::GetSubnetMask",)" + failed + R"(
+nim_query_failed{device="3",interface="lo",query="IIpConfigModule::GetDefaultGateway",)" + failed + R"(
+nim_query_failed{device="3",interface="lo",query="IIpConfigModule::GetDnsNameservers",)" + failed + R"(
+# HELP nim_collection_duration_seconds How long asking the plug-in's modules took.
+# TYPE nim_collection_duration_seconds gauge
+nim_collection_duration_seconds T
+)");
 }
 
 // ---- without a settings file ----

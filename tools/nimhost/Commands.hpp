@@ -8,6 +8,10 @@
 #include <ostream>
 #include <string>
 
+namespace CLI {
+class App;
+}
+
 namespace Zel::Tools::Nimhost {
 
 // The commands of nimhost. Each writes its answer to `out` (human text, or
@@ -34,14 +38,40 @@ int RunIpSet(const PluginHost& host, unsigned int device, const std::string& fie
 int RunStatus(const PluginHost& host, unsigned int device, bool json, std::ostream& out);
 
 struct WatchOptions {
+    // Polling interval of the ports that read no kernel interface (switch
+    // chips over SPI, GPIO or driver files).
     unsigned int intervalMs = 500;
     // Changes to report before ending; 0 runs until SIGINT or SIGTERM.
     unsigned int count = 0;
+    // How long a link-down is held back; dropped if the link returns sooner.
+    unsigned int debounceMs = 0;
+    // Kept current in the Prometheus text format on every change; empty for none.
+    std::string metricsFile;
+    // SO_RCVBUF of the link notification socket; 0 for the system's default.
+    int receiveBufferBytes = 0;
 };
 
 // Prints every port's link once, then one line per change of link state,
-// speed or duplex.
-int RunWatch(const PluginHost& host, const WatchOptions& options, bool json, std::ostream& out);
+// speed or duplex, and each board interface that disappears or appears.
+// Kernel-backed ports are read again when the kernel announces a change of
+// their interface, the others every interval.
+int RunWatch(const PluginHost& host, const HostSettings& settings, const WatchOptions& options, bool json,
+             std::ostream& out);
+
+struct MetricsOptions {
+    // Written atomically instead of standard output; empty for standard output.
+    std::string output;
+};
+
+// Every device, port and IP answer in the Prometheus text format.
+int RunMetrics(const PluginHost& host, const HostSettings& settings, const MetricsOptions& options,
+               std::ostream& out);
+
+// Adds the "metrics" command to nimhost's command line, filling `options`.
+CLI::App* AddMetricsCommand(CLI::App& app, MetricsOptions& options);
+
+// Adds watch's options beyond --interval and --count to its command.
+void AddWatchOptions(CLI::App& watch, WatchOptions& options);
 
 // The registered module names and the plug-in's file name.
 int RunModules(const PluginHost& host, bool json, std::ostream& out);

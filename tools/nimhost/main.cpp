@@ -124,11 +124,15 @@ int main(int argc, char** argv)
     WatchOptions watchOptions;
     CLI::App* watch = app.add_subcommand("watch", "Print every port's link, then one line per change of link "
                                                   "state, speed or duplex");
-    watch->add_option("--interval", watchOptions.intervalMs, "Polling interval in milliseconds")
+    watch->add_option("--interval", watchOptions.intervalMs,
+                      "Polling interval in milliseconds of the ports that read no kernel interface")
         ->check(CLI::Range(1U, 3600000U))
         ->capture_default_str();
     watch->add_option("--count", watchOptions.count, "End after this many changes (default: until interrupted)")
         ->check(CLI::Range(1U, std::numeric_limits<unsigned int>::max()));
+    AddWatchOptions(*watch, watchOptions);
+    MetricsOptions metricsOptions;
+    CLI::App* metrics = AddMetricsCommand(app, metricsOptions);
 
     CLI::App* modules = app.add_subcommand("modules", "The plug-in's registered modules and its file name");
     CLI::App* settingsCommand = app.add_subcommand("settings", "The settings in use, as a settings file");
@@ -198,7 +202,9 @@ int main(int argc, char** argv)
         } else if (status->parsed()) {
             result = RunStatus(*host, device, options.json, std::cout);
         } else if (watch->parsed()) {
-            result = RunWatch(*host, watchOptions, options.json, std::cout);
+            result = RunWatch(*host, *settings, watchOptions, options.json, std::cout);
+        } else if (metrics->parsed()) {
+            result = RunMetrics(*host, *settings, metricsOptions, std::cout);
         } else {
             result = RunReport(*host, *settings, options.json, std::cout);
         }

@@ -1,0 +1,144 @@
+// The rtnetlink link-message parser on hand-built datagrams, and the label
+// escaping of the metrics text.
+#include "LinkEvents.hpp"
+#include "PrometheusText.hpp"
+
+#include <gtest/gtest.h>
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace Zel::Tools::Nimhost {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+template <typename T>
+void Append(Bytes& bytes, const T& value)
+{
+    const auto* raw = reinterpret_cast<const std::uint8_t*>(&value);
+    bytes.insert(bytes.end(), raw, raw + sizeof value);
+}
+
+void Pad(Bytes& bytes)
+{
+    bytes.resize(NLMSG_ALIGN(bytes.size()), 0);
+}
+
+// One link message: header, ifinfomsg, optionally IFLA_IFNAME (with its
+// terminating zero) and an unrelated attribute before it.
+Bytes LinkMessage(std::uint16_t type, int index, const std::string& name, unsigned int flags = 0)
+{
+    Bytes body;
+    ifinfomsg info{};
+    info.ifi_index = index;
+    info.ifi_flags = flags;
+    Append(body, info);
+    Pad(body);
+    const rtattr mtu{static_cast<unsigned short>(RTA_LENGTH(4)), IFLA_MTU};
+    Append(body, mtu);
+    Append(body, 1500U);
+    if (!name.empty()) {
+        const rtattr attribute{static_cast<unsigned short>(RTA_LENGTH(name.size() + 1)), IFLA_IFNAME};
+        Append(body, attribute);
+        body.insert(body.end(), name.begin(), name.end());
+        body.push_back(0);
+        Pad(body);
+    }
+    Bytes message;
+    nlmsghdr header{};
+    header.nlmsg_len = static_cast<std::uint32_t>(NLMSG_HDRLEN + body.size());
+    header.nlmsg_type = type;
+    Append(message, header);
+    message.insert(message.end(), body.begin(), body.end());
+    return message;
+}
+
+Bytes Join(std::initializer_list<Bytes> parts)
+{
+    Bytes all;
+    for (const auto& part : parts) {
+        all.insert(all.end(), part.begin(), part.end());
+    }
+    return all;
+}
+
+Bytes Cut(Bytes bytes, std::size_t keep)
+{
+    bytes.resize(keep);
+    return bytes;
+}
+
+// The name attribute's length field made to run past the message.
+Bytes LongName()
+{
+    Bytes message = LinkMessage(RTM_NEWLINK, 3, "eth1");
+    const std::size_t at = NLMSG_HDRLEN + NLMSG_ALIGN(sizeof(ifinfomsg)) + RTA_LENGTH(4);
+    const std::uint16_t tooLong = 200;
+    std::memcpy(message.data() + at, &tooLong, sizeof tooLong);
+    return message;
+}
+
+Bytes Overrun()
+{
+    Bytes message;
+    nlmsghdr header{};
+    header.nlmsg_len = NLMSG_HDRLEN;
+    header.nlmsg_type = NLMSG_OVERRUN;
+    Append(message, header);
+    return message;
+}
+
+using Kind = LinkEvent::Kind;
+
+TEST(WatchParse, LinkMessagesGiveTheirKindIndexNameAndFlagsAndAFaultMarksTheBatchLost)
+{
+    const Bytes eth0 = LinkMessage(RTM_NEWLINK, 2, "eth0", 0x1043);
+    const struct {
+        const char* what;
+        Bytes bytes;
+        std::vector<LinkEvent> events;
+        bool lost;
+    } rows[] = {
+        {"one new link", eth0, {{Kind::NewLink, 2, "eth0", 0x1043}}, false},
+        {"a removal without a name", LinkMessage(RTM_DELLINK, 7, ""), {{Kind::DelLink, 7, "", 0}}, false},
+        {"several messages in one datagram, other types skipped",
+         Join({eth0, LinkMessage(RTM_NEWADDR, 2, "eth0"), LinkMessage(RTM_DELLINK, 3, "eth1")}),
+         {{Kind::NewLink, 2, "eth0", 0x1043}, {Kind::DelLink, 3, "eth1", 0}},
+         false},
+        {"the kernel's overrun message", Join({Overrun(), eth0}), {{Kind::NewLink, 2, "eth0", 0x1043}}, true},
+        {"a datagram cut inside the second header", Join({eth0, Cut(eth0, 8)}), {{Kind::NewLink, 2, "eth0", 0x1043}},
+         true},
+        {"a message shorter than its ifinfomsg", Cut(eth0, NLMSG_HDRLEN + 4), {}, true},
+        {"an attribute running past the message", LongName(), {}, true},
+        {"a header claiming more than the datagram", Cut(eth0, eth0.size() - 4), {}, true},
+        {"nothing", {}, {}, false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        const LinkMessages parsed = ParseLinkMessages(row.bytes.data(), row.bytes.size());
+        EXPECT_EQ(parsed.events, row.events);
+        EXPECT_EQ(parsed.lost, row.lost);
+    }
+}
+
+TEST(WatchParse, MetricsTextEscapesLabelValuesAndLeavesEmptyFamiliesOut)
+{
+    PrometheusText text;
+    text.Family("nim_empty", "gauge", "No samples.");
+    text.Family("nim_port_info", "gauge", "Texts\\of a port.");
+    text.Sample({{"public_name", "a\"b\\c\nd"}}, 1);
+    text.Family("nim_port_speed_bytes", "gauge", "Speed.");
+    text.Sample({}, 125000000);
+    text.Sample({}, 0.25);
+    EXPECT_EQ(text.Text(), "# HELP nim_port_info Texts\\\\of a port.\n# TYPE nim_port_info gauge\n"
+                           "nim_port_info{public_name=\"a\\\"b\\\\c\\nd\"} 1\n"
+                           "# HELP nim_port_speed_bytes Speed.\n# TYPE nim_port_speed_bytes gauge\n"
+                           "nim_port_speed_bytes 125000000\nnim_port_speed_bytes 0.25\n");
+}
+
+} // namespace
+} // namespace Zel::Tools::Nimhost
