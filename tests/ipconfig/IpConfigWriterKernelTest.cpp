@@ -236,14 +236,19 @@ TEST_F(IpConfigWriters, KilledWritersLeaveAWholeFileAndNothingElse)
             }
         }
         ::close(progress[1]);
-        // Let 1 to 3 writes complete, then kill the writer a random stretch
-        // into the next one, reading the file meanwhile.
-        for (int i = std::uniform_int_distribution<int>(1, 3)(random); i > 0; --i) {
-            ASSERT_EQ('w', ReadWithin(progress[0], std::chrono::seconds(30)));
+        // Once a write is done (and has taken over any temporary file left
+        // before), wait for the next one to create its temporary file, then
+        // kill the writer a random stretch into that write, which takes some
+        // hundred microseconds, reading the file meanwhile.
+        ASSERT_EQ('w', ReadWithin(progress[0], std::chrono::seconds(30)));
+        const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (!Exists(interfacesFile + ".tmp") && std::chrono::steady_clock::now() < giveUp) {
         }
-        for (int i = std::uniform_int_distribution<int>(0, 40)(random); i > 0; --i) {
+        const auto killAt = std::chrono::steady_clock::now() +
+                            std::chrono::microseconds(std::uniform_int_distribution<int>(0, 400)(random));
+        do {
             ASSERT_TRUE(wholeWithModeAndOwner()) << "kill " << kills << ", while the writer runs";
-        }
+        } while (std::chrono::steady_clock::now() < killAt);
         ASSERT_EQ(0, ::kill(writer, SIGKILL));
         int status = 0;
         ASSERT_EQ(writer, ::waitpid(writer, &status, 0));
