@@ -10,7 +10,7 @@ packages=(
   libtomlplusplus-dev libcli11-dev nlohmann-json3-dev
   clang libclang-rt-14-dev
   g++-arm-linux-gnueabihf qemu-user
-  iproute2 util-linux procps ethtool
+  iproute2 util-linux procps ethtool e2fsprogs
   prometheus prometheus-node-exporter curl
   dpkg-dev file binutils
 )

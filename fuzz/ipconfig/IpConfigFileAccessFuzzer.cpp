@@ -6,9 +6,10 @@
 //   - a read that answers 1 leaves the value alone, one that answers 0 gives
 //     a non-empty piece of one line;
 //   - a write that answers 1 leaves the file byte for byte as it was (always
-//     so for a value with a line feed, carriage return or NUL byte), one
-//     that answers 0 leaves a file whose lines all end in a line feed, that
-//     lost no line, and that holds the new parameter line;
+//     so for a value with a line feed, carriage return or NUL byte, and for
+//     an empty or blank one), one that answers 0 leaves a file whose lines
+//     all end in a line feed, that lost no line, and that holds the new
+//     parameter line;
 //   - no temporary file is left behind.
 //
 // Input: byte 0 selects the call (bit 0: write), the key (bits 1-3: address,
@@ -106,6 +107,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Check(result == 0 || result == 1, "write result is neither 0 nor 1");
     Check(result == 1 || value.find_first_of(std::string_view("\n\r\0", 3)) == std::string::npos,
           "a value with a line break or NUL was written");
+    Check(result == 1 || value.find_first_not_of(" \t") != std::string::npos, "an empty or blank value was written");
     if (result == 1) {
         Check(after == content, "a failed write changed the file");
         return 0;

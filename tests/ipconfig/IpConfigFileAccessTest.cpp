@@ -1,5 +1,5 @@
-// Reading values, the refusal of values that cannot be written and a missing
-// file, on temporary interfaces files. The write rules are the golden files;
+// Reading values and the refusal of values that cannot be written, on
+// temporary interfaces files (a missing file is a module kernel test). The write rules are the golden files;
 // links, mounts and failures of the temporary file are the writer kernel tests.
 #include "MemoryLogSink.hpp"
 #include "TestFiles.hpp"
@@ -138,19 +138,6 @@ TEST_F(IpConfigFileAccessTest, UnwritableValuesAreRefused)
             EXPECT_EQ(1u, capture.Count(3, "IpConfigFileAccess::WriteIpPara(): Refused value for " + key + ": " + reason));
         }
     }
-}
-
-TEST_F(IpConfigFileAccessTest, MissingFileFailsReadsAndLeavesWritesTemporaryFileBehind)
-{
-    LogCapture capture(8);
-    BasicString value("keep");
-    EXPECT_EQ(1, access.ReadIpPara("eth0", "address", value));
-    EXPECT_EQ("keep", value);
-    EXPECT_EQ(1, access.WriteIpPara("eth0", "address", "10.0.0.1"));
-    EXPECT_FALSE(Exists(file));
-    EXPECT_EQ("", ReadFile(file + ".tmp"));
-    EXPECT_EQ(2u, capture.Count(3, "Error open file " + file));
-    EXPECT_EQ(3u, capture.Records().size()); // and the write's trace
 }
 
 } // namespace

@@ -74,6 +74,7 @@ bool IsBlank(const std::string& value)
     return value.find_first_not_of(" \t") == std::string::npos;
 }
 
+// Closes the descriptor it holds when it leaves scope.
 class OwnedFd {
 public:
     explicit OwnedFd(int fd) : fd(fd) {}
@@ -121,8 +122,11 @@ int LockWithin(int directory, std::chrono::milliseconds timeout)
     while (::flock(directory, LOCK_EX | LOCK_NB) != 0) {
         const int error = errno;
         const auto now = std::chrono::steady_clock::now();
-        if ((error != EWOULDBLOCK && error != EINTR) || now >= deadline) {
+        if (error != EWOULDBLOCK && error != EINTR) {
             return error;
+        }
+        if (now >= deadline) {
+            return EWOULDBLOCK;
         }
         std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(pause, deadline - now));
         pause = std::min(pause * 2, std::chrono::microseconds(5000));
@@ -135,7 +139,7 @@ bool WriteAll(int fd, const std::string& content)
     for (std::size_t done = 0; done < content.size();) {
         const ssize_t written =
             ::pwrite(fd, content.data() + done, content.size() - done, static_cast<off_t>(done));
-        if (written < 0 && errno != EINTR) {
+        if (written == 0 || (written < 0 && errno != EINTR)) {
             return false;
         }
         done += written < 0 ? 0 : static_cast<std::size_t>(written);
@@ -196,7 +200,8 @@ IpConfigFileAccess::IpConfigFileAccess(std::vector<BasicString> parameterOrder, 
 
 int IpConfigFileAccess::ReadIpPara(const BasicString& interfaceName, const BasicString& key, BasicString& value) const
 {
-    // No lock: writers only ever replace the file as a whole.
+    // No lock: writers replace the file as a whole (a bind-mounted one, which
+    // they rewrite in place, aside).
     std::ifstream input(fileName);
     if (!input.is_open()) {
         log(Error, openError, fileName);
