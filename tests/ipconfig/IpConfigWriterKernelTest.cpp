@@ -61,6 +61,14 @@ std::vector<std::string> Entries(const std::string& directory)
     return names;
 }
 
+// "<mode> <uid>:<gid>" in octal and decimal.
+std::string ModeAndOwner(const std::string& path)
+{
+    struct stat info {};
+    return ::stat(path.c_str(), &info) != 0 ? "none"
+                                            : fmt::format("{:o} {}:{}", info.st_mode & 07777, info.st_uid, info.st_gid);
+}
+
 // Mounts, links and files of an earlier test go.
 void CleanNetworkDirectory()
 {
@@ -210,10 +218,8 @@ TEST_F(IpConfigWriters, KilledWritersLeaveAWholeFileAndNothingElse)
     ASSERT_EQ(0, ::chmod(interfacesFile.c_str(), 0640));
     ASSERT_EQ(0, ::chown(interfacesFile.c_str(), 4321, 4322));
     const auto wholeWithModeAndOwner = [&] {
-        struct stat info {};
         const std::string content = ReadFile(interfacesFile);
-        return (content == oldContent || content == newContent) && ::stat(interfacesFile.c_str(), &info) == 0 &&
-               (info.st_mode & 07777) == 0640 && info.st_uid == 4321 && info.st_gid == 4322;
+        return (content == oldContent || content == newContent) && ModeAndOwner(interfacesFile) == "640 4321:4322";
     };
 
     const unsigned seed = std::random_device{}();
@@ -312,11 +318,7 @@ TEST_P(IpConfigPlacement, WriteReachesTheRealFileOrFailsAndSaysWhy)
     EXPECT_EQ(c.result == 0 ? changed : board, ReadFile(realFile));
     EXPECT_EQ(ReadFile(realFile), ReadFile(interfacesFile));
     EXPECT_EQ(link, fs::is_symlink(interfacesFile));
-    struct stat info {};
-    ASSERT_EQ(0, ::stat(realFile.c_str(), &info));
-    EXPECT_EQ(0640u, info.st_mode & 07777);
-    EXPECT_EQ(4321u, info.st_uid);
-    EXPECT_EQ(4322u, info.st_gid);
+    EXPECT_EQ("640 4321:4322", ModeAndOwner(realFile));
     EXPECT_EQ(c.leftInData, Entries("/etc/network/data"));
     EXPECT_EQ((std::vector<std::string>{"data", "interfaces"}), Entries(networkDirectory));
     if (holder >= 0) {
