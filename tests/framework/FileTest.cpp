@@ -128,6 +128,12 @@ TEST_F(FileCopy, AFailedCopyLeavesTheDirectoryAsItWas)
         EXPECT_THAT(Entries(), UnorderedElementsAre("source", "interfaces"));
     }
 
+    // A copy that fails once its temporary file exists (a directory in the
+    // way of the rename) removes that file.
+    std::filesystem::create_directories(dir + "/busy/entry");
+    EXPECT_FALSE(File::Copy(source, dir + "/busy", true, true));
+    EXPECT_THAT(Entries(), UnorderedElementsAre("source", "interfaces", "busy"));
+
     EXPECT_TRUE(File::Delete(destination));
     EXPECT_FALSE(File::Exists(destination));
     errno = 0;

@@ -121,6 +121,14 @@ TEST(LogChannel, AFormattingFailureIsReportedAtLevel3ThenTheFormatStringAtTheCal
                             Record(3, channel, prefix + "Unknown exception"), Record(8, channel, "Value {0}"),
                             AllOf(Field(&LogRecord::level, 3), Field(&LogRecord::text, StartsWith(prefix))),
                             Record(5, channel, "Two {0} {1}")));
+
+    // The failure report keeps to the channel's level like any level-3 line.
+    Manager().SetLogLevel(channel, 2);
+    Loggable<Formatting>::log(2, "Low {0}", Failing{true});
+    Loggable<Formatting>::log(1, "Lower {0}", Failing{false});
+    const auto records = capture.Records();
+    EXPECT_THAT(std::vector<LogRecord>(records.begin() + 6, records.end()),
+                ElementsAre(Record(2, channel, "Low {0}"), Record(1, channel, "Lower {0}")));
 }
 
 TEST(LogChannel, ThreadsRacingForTheFirstUseShareOneAdapter)

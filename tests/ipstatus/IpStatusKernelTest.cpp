@@ -136,6 +136,11 @@ TEST_F(KernelIpStatus, AddressNetmaskAndGatewayAreWhatIpReports)
     table << std::ifstream("/proc/net/route").rdbuf();
     EXPECT_NE(table.str().find("ips0\t00000000\t0102A8C0\t"), std::string::npos) << table.str();
     EXPECT_EQ(module.GetDefaultGateway(1), "192.168.2.1");
+    // Each query is traced at level 8 with its device number, then its answer.
+    Zel::Test::LogCapture capture(8);
+    module.GetSubnetMask(2);
+    EXPECT_TRUE(capture.Contains(8, "IpStatusModule::GetSubnetMask(): 2"));
+    EXPECT_TRUE(capture.Contains(8, "IpStatusModule::GetSubnetMask(): 255.255.240.0"));
 
     // The name is asked for before any device check, so the Ethernet
     // module's std::out_of_range passes through instead of a failed status.

@@ -11,7 +11,10 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
+
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace {
@@ -30,10 +33,10 @@ std::string Line(const std::string& fields)
 }
 
 std::string Route(const std::string& interfaceName, const std::string& destination, const std::string& gateway,
-                  int metric = 0, const std::string& mask = "00000000")
+                  int metric = 0, const std::string& mask = "00000000", const std::string& flags = "0003")
 {
-    return Line(fmt::format("{}\t{}\t{}\t0003\t0\t0\t{}\t{}\t0\t0\t0", interfaceName, destination, gateway, metric,
-                            mask));
+    return Line(fmt::format("{}\t{}\t{}\t{}\t0\t0\t{}\t{}\t0\t0\t0", interfaceName, destination, gateway, flags,
+                            metric, mask));
 }
 
 const std::string heading = Line("Iface\tDestination\tGateway \tFlags\tRefCnt\tUse\tMetric\tMask\t\tMTU\tWindow\tIRTT");
@@ -80,6 +83,10 @@ const GatewayCase gatewayCases[] = {
     // The metric is not looked at: the later line wins even with the higher one.
     {"later_line_wins", table, "eth0", "10.0.0.2"},
     {"other_lines_of_the_interface_ignored", table, "eth1", "10.0.0.9"},
+    // Nor are flags, mask or a falling metric: only name and destination count.
+    {"flags_mask_and_metric_ignored",
+     Route("eth0", "00000000", "0100000A", 5, "FFFFFFFF", "0001") + Route("eth0", "00000000", "0200000A", 1, "0000FFFF", "0000"),
+     "eth0", "10.0.0.2"},
     {"gateway_bytes_lowest_first", Route("eth0", "00000000", "0102A8C0"), "eth0", "192.168.2.1"},
     {"zero_gateway_counts_as_found", table, "eth3", "0.0.0.0"},
     {"name_compared_whole", table, longName, "192.168.0.1"},
@@ -150,6 +157,41 @@ TEST(IpStatusDeviceCheck, NumbersOutsideOneToCountAreRejected)
         }
         EXPECT_EQ(result, "unchanged");
     }
+}
+
+// Every path closes what it opened: the table file and the query socket,
+// also when the ioctl fails.
+TEST(IpStatusDescriptors, NoQueryLeavesADescriptorOpen)
+{
+    const auto openCount = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
+    };
+    const IpStatusSocketAccess access;
+    BasicString result;
+    const auto before = openCount();
+    EXPECT_EQ(GatewayFrom(table, "eth0").first, 0);
+    EXPECT_EQ(access.GetCurrentDefaultGateway(1, 1, "lo", result), 0);
+    EXPECT_EQ(access.GetCurrentIpAdress(1, 1, "lo", result), 0);
+    EXPECT_EQ(access.GetCurrentSubnetMask(1, 1, "zel-absent0", result), 1);
+    EXPECT_EQ(openCount(), before);
+}
+
+// Without a free descriptor the socket cannot be opened.
+TEST(IpStatusDescriptors, ASocketThatCannotBeOpenedIsAFailure)
+{
+    rlimit limit{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+    rlimit none = limit;
+    none.rlim_cur = 0;
+    Zel::Test::LogCapture capture(8);
+    BasicString result("unchanged");
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    const int status = IpStatusSocketAccess().GetCurrentIpAdress(1, 1, "lo", result);
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_EQ(status, 1);
+    EXPECT_EQ(result, "unchanged");
+    EXPECT_TRUE(capture.Contains(3, "IpStatusSocketAccess::GetSettingFromSocket(): error during socket() for "
+                                    "interfaceName lo"));
 }
 
 TEST(IpStatusFormatIpParameter, LowestByteIsTheFirstOctet)
