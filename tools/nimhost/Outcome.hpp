@@ -17,6 +17,9 @@ struct Outcome {
     std::optional<T> value;
     std::string errorType;
     std::string errorMessage;
+    // The query failed because the file holds no such value: shown as
+    // "not set", not as an error.
+    bool notSet = false;
 
     bool Ok() const { return value.has_value(); }
 };
