@@ -166,12 +166,12 @@ void Checker::CheckEthernet(const toml::table& module, const std::string& module
     if (lines == nullptr) {
         Fault(fields != nullptr ? fields->source() : header, tableKey,
               "missing: the board's devices are described in this table");
-        return;
     }
+    static const toml::array noLines;
 
     bool onMachine = true;
     unsigned int lineNumber = 0;
-    for (const toml::node& lineNode : *lines) {
+    for (const toml::node& lineNode : lines != nullptr ? *lines : noLines) {
         ++lineNumber;
         const toml::array* columns = lineNode.as_array();
         if (columns == nullptr) {
@@ -315,6 +315,10 @@ std::vector<std::string> CheckSettingsFile(const toml::table& root, const std::s
         std::string text;
         for (const auto& fault : checker.faults) {
             text += text.empty() ? fault : "\n" + fault;
+        }
+        // A misspelt table name is often why a table is missing.
+        for (const auto& warning : checker.warnings) {
+            text += "\nwarning: " + warning;
         }
         throw UsageError(text);
     }

@@ -72,13 +72,19 @@ bool ReadsConfiguration(const std::string& command)
 }
 
 // The command itself, once the modules are set up.
-int Dispatch(const CommandLine& line, const PluginHost& host, const HostSettings& settings, const LogDigest& log)
+int Dispatch(const CommandLine& line, const PluginHost& host, const HostSettings& settings, LogDigest& log)
 {
     const Presentation how{line.json, line.logLevel >= LogLevel::Debug, &log};
     unsigned int device = 0;
     if (line.command == "ip get" || line.command == "ip set" || line.command == "status") {
         device = CheckDevice(line.device,
                              host.Get<Zel::Hardware::Nim::Modules::IEthernetInfoModule>().GetDeviceCount());
+    }
+    // Said once, instead of one library error per value read.
+    std::error_code ignored;
+    if (ReadsConfiguration(line.command) && !std::filesystem::exists(interfacesFile, ignored)) {
+        std::cerr << "nimhost: " << interfacesFile << " not found: nothing configured\n";
+        log.Silence("Error open file " + interfacesFile);
     }
     if (line.command == "interfaces") {
         return RunInterfaces(host, line.json, std::cout);
@@ -159,11 +165,6 @@ int main(int argc, char** argv)
         }
         if (line.command == "settings") {
             return RunSettings(*settings, line.json, std::cout);
-        }
-        std::error_code ignored;
-        if (ReadsConfiguration(line.command) && !std::filesystem::exists(interfacesFile, ignored)) {
-            std::cerr << "nimhost: " << interfacesFile << " not found: nothing configured\n";
-            log->Silence("Error open file " + interfacesFile);
         }
         host->Start(*settings);
         const int result = Dispatch(line, *host, *settings, *log);
