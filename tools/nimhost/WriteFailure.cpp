@@ -60,8 +60,13 @@ bool HasBlock(const std::string& interfaceName)
 std::string ExplainFailedWrite(const std::string& interfaceName, const std::string& key,
                                const std::vector<std::string>& libraryErrors)
 {
+    // A lock that another process holds, as opposed to a lock file that
+    // cannot be made (that is a "cannot write" below).
+    const std::string busy = std::strerror(EWOULDBLOCK);
     for (const auto& text : libraryErrors) {
-        if (Contains(text, "lock")) {
+        if (Contains(text, "lock") && (Contains(text, "another") || Contains(text, "held") ||
+                                       Contains(text, "holds") || Contains(text, "busy") ||
+                                       text.find(busy) != std::string::npos)) {
             return fmt::format("another writer holds {} ({}); try again when it is done", interfacesFile, text);
         }
     }

@@ -80,10 +80,13 @@ int Dispatch(const CommandLine& line, const PluginHost& host, const HostSettings
         device = CheckDevice(line.device,
                              host.Get<Zel::Hardware::Nim::Modules::IEthernetInfoModule>().GetDeviceCount());
     }
-    // Said once, instead of one library error per value read.
+    // Said once, instead of one library error per value read; a failed
+    // `ip set` says it as its cause.
     std::error_code ignored;
-    if (ReadsConfiguration(line.command) && !std::filesystem::exists(interfacesFile, ignored)) {
-        std::cerr << "nimhost: " << interfacesFile << " not found: nothing configured\n";
+    if (line.command != "watch" && !std::filesystem::exists(interfacesFile, ignored)) {
+        if (ReadsConfiguration(line.command)) {
+            std::cerr << "nimhost: " << interfacesFile << " not found: nothing configured\n";
+        }
         log.Silence("Error open file " + interfacesFile);
     }
     if (line.command == "interfaces") {
