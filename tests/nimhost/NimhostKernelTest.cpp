@@ -299,10 +299,9 @@ TEST_F(NimhostIpConfig, AFailedSetSaysWhyAndLeavesTheFile)
               "nimhost: eth2 netmask: not set -> 255.0.0.0 not written: /etc/network/interfaces has no 'iface eth2 "
               "inet' block; add one (for example 'iface eth2 inet static') first\n"},
              {crowded, "", "", {"ip", "set", "3", "gateway", "10.0.0.1"},
-              "nimhost: eth2 gateway: not set -> 10.0.0.1 not written: no place for 'gateway' in the block of eth2: "
-              "a value is written only within the four lines after 'iface eth2 inet', replacing its 'gateway' line, "
-              "before a later setting (address, netmask, gateway, dns-nameservers) or on an empty line; put a "
-              "'gateway' line or an empty line there\n"},
+              "nimhost: eth2 gateway: not set -> 10.0.0.1 not written: no room for 'gateway' in the block of eth2: a "
+              "value goes only into the first four lines after 'iface eth2 inet' (replacing its line, before a later "
+              "setting, or on an empty line); add an empty line or a 'gateway' line there\n"},
              {interfacesText, "mount -o remount,ro /etc/network", "mount -o remount,rw /etc/network",
               {"ip", "set", "1", "netmask", "255.0.0.0"},
               "nimhost: eth0 netmask: 255.255.255.0 -> 255.0.0.0 not written: cannot write "

@@ -98,9 +98,9 @@ std::string ExplainFailedWrite(const std::string& interfaceName, const std::stri
         return fmt::format("{} has no 'iface {} inet' block; add one (for example 'iface {} inet static') first",
                            interfacesFile, interfaceName, interfaceName);
     }
-    return fmt::format("no place for '{0}' in the block of {1}: a value is written only within the four lines "
-                       "after 'iface {1} inet', replacing its '{0}' line, before a later setting (address, netmask, "
-                       "gateway, dns-nameservers) or on an empty line; put a '{0}' line or an empty line there",
+    return fmt::format("no room for '{0}' in the block of {1}: a value goes only into the first four lines after "
+                       "'iface {1} inet' (replacing its line, before a later setting, or on an empty line); add an "
+                       "empty line or a '{0}' line there",
                        key, interfaceName);
 }
 
