@@ -188,6 +188,8 @@ TEST_F(NimhostReport, TextReportShowsCodesInWordsAndMarksDrift)
               {{"address", nullptr}, {"netmask", false}, {"gateway", true}},
               {"  gateway  192.168.1.1    192.168.1.1\\r ! *", "! the value holds control characters, shown escaped "
                                                              "(\\r, \\t, \\xNN)"}},
+             {eth0 + "    netmask \n", none, {"  netmask  255.255.255.0  error [1]", "  [1] a line of this "
+                                        "interface's block in /etc/network/interfaces has the key but no value"}},
              {"", none, {"  address  192.168.1.10   not set", "  method                  not set"}}}) {
         SCOPED_TRACE(c.file);
         Zel::Test::Run("rm -f " + interfacesFile);

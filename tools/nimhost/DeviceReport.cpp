@@ -22,6 +22,10 @@ auto Configured(Query&& query)
 {
     auto outcome = Attempt(std::forward<Query>(query));
     outcome.notSet = !outcome.Ok() && IsNotSet(outcome.errorType, outcome.errorMessage);
+    // The file access reads past the end of a line whose key has no value.
+    if (outcome.errorType == "std::out_of_range") {
+        outcome.userText = "a line of this interface's block in /etc/network/interfaces has the key but no value";
+    }
     return outcome;
 }
 

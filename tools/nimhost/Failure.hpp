@@ -1,6 +1,8 @@
 #pragma once
 
+#include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace Zel::Tools::Nimhost {
 
@@ -15,5 +17,18 @@ inline void ReportFailure(const std::string& type, const std::string& text, int 
 {
     ReportFailure(type, text, text, exitCode, json);
 }
+
+// A module failure that nimhost can say in the user's terms (what()); the
+// exception's own type and text stay for --json and --log-level 7.
+class ExplainedFailure : public std::runtime_error {
+public:
+    ExplainedFailure(const std::string& text, std::string type, std::string message)
+        : std::runtime_error(text), originalType(std::move(type)), originalMessage(std::move(message))
+    {
+    }
+
+    std::string originalType;
+    std::string originalMessage;
+};
 
 } // namespace Zel::Tools::Nimhost

@@ -2,6 +2,7 @@
 #include "DeviceReport.hpp"
 #include "ExceptionText.hpp"
 #include "ExitCode.hpp"
+#include "Failure.hpp"
 #include "LinkText.hpp"
 #include "PrintableText.hpp"
 #include "UsageError.hpp"
@@ -113,6 +114,13 @@ std::optional<std::string> ReadConfigured(IIpConfigModule& config, unsigned int 
     } catch (const std::exception& e) {
         if (IsNotSet(ExceptionTypeName(e), e.what())) {
             return std::nullopt;
+        }
+        // The file access reads past the end of a line whose key has no value.
+        if (ExceptionTypeName(e) == "std::out_of_range") {
+            throw ExplainedFailure(fmt::format("the '{}' line of device {}'s block in /etc/network/interfaces has no "
+                                               "value",
+                                               FileKey(field), device),
+                                   ExceptionTypeName(e), e.what());
         }
         throw;
     }

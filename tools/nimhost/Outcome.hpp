@@ -20,6 +20,9 @@ struct Outcome {
     // The query failed because the file holds no such value: shown as
     // "not set", not as an error.
     bool notSet = false;
+    // What a user reads about the failure, where nimhost knows better than
+    // the exception's own text; empty otherwise.
+    std::string userText;
 
     bool Ok() const { return value.has_value(); }
 };

@@ -42,7 +42,9 @@ public:
             return "not set";
         }
         // --json carries the type and the message as thrown.
-        notes.push_back(DescribeForUser(outcome.errorType, outcome.errorMessage, technical));
+        notes.push_back(!technical && !outcome.userText.empty()
+                            ? outcome.userText
+                            : DescribeForUser(outcome.errorType, outcome.errorMessage, technical));
         return fmt::format("error [{}]", notes.size());
     }
 

@@ -11,9 +11,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <optional>
 #include <regex>
 #include <set>
@@ -25,7 +25,7 @@ namespace {
 
 // More ports than any device of these boards has; a larger count is a typo
 // (and the module would try to create that many port objects).
-constexpr unsigned long maxPorts = 64;
+constexpr unsigned int maxPorts = 64;
 
 const std::vector<std::string> portModes{"i210Driver",       "sysFile",           "switchKSZ8794",
                                          "switchKSZ8794spi", "switchKSZ8863gpio", "unsupported"};
@@ -56,8 +56,9 @@ std::optional<unsigned int> ParseModuleNumber(const std::string& text)
     }
     errno = 0;
     char* end = nullptr;
-    const unsigned long value = std::strtoul(text.c_str(), &end, 0);
-    if (errno != 0 || *end != '\0' || value > UINT_MAX) {
+    // strtoull, so that the range test means the same on 32-bit ARM.
+    const unsigned long long value = std::strtoull(text.c_str(), &end, 0);
+    if (errno != 0 || *end != '\0' || value > std::numeric_limits<unsigned int>::max()) {
         return std::nullopt;
     }
     return static_cast<unsigned int>(value);

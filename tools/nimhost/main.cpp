@@ -43,6 +43,11 @@ int Guarded(const CommandLine& line, const std::function<int()>& step)
     } catch (const UsageError& e) {
         ReportFailure("usage", e.what(), ExitCode::UsageFailed, line.json);
         return ExitCode::UsageFailed;
+    } catch (const ExplainedFailure& e) {
+        const bool technical = line.logLevel >= LogLevel::Debug;
+        ReportFailure(e.originalType, technical ? e.originalType + ": " + e.originalMessage : e.what(),
+                      e.originalMessage, ExitCode::OperationFailed, line.json);
+        return ExitCode::OperationFailed;
     } catch (const std::exception& e) {
         ReportFailure(ExceptionTypeName(e), DescribeForUser(e, line.logLevel >= LogLevel::Debug), e.what(),
                       ExitCode::OperationFailed, line.json);
