@@ -1,5 +1,5 @@
 # Debian package of the runtime: the plug-in, the framework libraries it needs
-# and nimhost with its example settings. `cpack` in a build tree makes
+# and nimhost with its example settings, manual page and bash completion. `cpack` in a build tree makes
 # zel-nim-linux_<version>_<arch>.deb; the architecture follows the toolchain
 # (amd64 natively, armhf with cmake/toolchain-armhf.cmake).
 include_guard(GLOBAL)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "HostSettings.hpp"
+#include "LogDigest.hpp"
 #include "PluginHost.hpp"
 
 #include <Zel/Hardware/Nim/NimTypes.hpp>
@@ -18,21 +19,39 @@ namespace Zel::Tools::Nimhost {
 // one JSON document when `json` is set) and returns the exit code; module
 // exceptions that end a command pass to main, which reports them.
 
+// How the commands that explain failures present them.
+struct Presentation {
+    bool json = false;
+    // Log level 7 and above: exception types and library texts in the text.
+    bool technical = false;
+    // The library's messages, for the causes of a failed setter.
+    const LogDigest* log = nullptr;
+};
+
 // Every device with its ports, live and configured IP settings; a failing
-// field shows in its cell.
-int RunReport(const PluginHost& host, const HostSettings& settings, bool json, std::ostream& out);
+// field shows in its cell, a value the file does not hold as "not set".
+int RunReport(const PluginHost& host, const HostSettings& settings, const Presentation& how, std::ostream& out);
 
 // The kernel's current interface names, as the Ethernet module lists them.
 int RunInterfaces(const PluginHost& host, bool json, std::ostream& out);
 
 // One configured value of a device: field is address, netmask, gateway, dns
-// or mode.
-int RunIpGet(const PluginHost& host, unsigned int device, const std::string& field, bool json, std::ostream& out);
+// or mode; "not set" (JSON null) when the file holds none.
+int RunIpGet(const PluginHost& host, unsigned int device, const std::string& field, const Presentation& how,
+             std::ostream& out);
 
-// Writes one configured value; mode takes a method word. A result code other
-// than success is a failed operation (exit 1).
-int RunIpSet(const PluginHost& host, unsigned int device, const std::string& field, const std::string& value,
-             bool json, std::ostream& out);
+struct IpSetRequest {
+    unsigned int device = 0;
+    std::string field;
+    std::string value;
+    // Print the change only.
+    bool dryRun = false;
+};
+
+// Writes one configured value (mode takes a method word) and prints the
+// change ("eth0 netmask: 255.255.255.0 -> 255.255.0.0"). A failed write is
+// exit 1 with its cause in the user's terms.
+int RunIpSet(const PluginHost& host, const IpSetRequest& request, const Presentation& how, std::ostream& out);
 
 // The live address, netmask and gateway of a device.
 int RunStatus(const PluginHost& host, unsigned int device, bool json, std::ostream& out);

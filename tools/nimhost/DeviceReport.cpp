@@ -1,9 +1,9 @@
 #include "DeviceReport.hpp"
 
+#include "ValueCheck.hpp"
+
 #include <Zel/Hardware/Nim/Modules/IIpConfigModule.hpp>
 #include <Zel/Hardware/Nim/Modules/IIpStatusModule.hpp>
-
-#include <arpa/inet.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -14,6 +14,22 @@ namespace Zel::Tools::Nimhost {
 
 using namespace Zel::Hardware::Nim;
 using namespace Zel::Hardware::Nim::Modules;
+
+namespace {
+
+template <typename Query>
+auto Configured(Query&& query)
+{
+    auto outcome = Attempt(std::forward<Query>(query));
+    outcome.notSet = !outcome.Ok() && IsNotSet(outcome.errorType, outcome.errorMessage);
+    // The file access reads past the end of a line whose key has no value.
+    if (outcome.errorType == "std::out_of_range") {
+        outcome.userText = "a line of this interface's block in /etc/network/interfaces has the key but no value";
+    }
+    return outcome;
+}
+
+} // namespace
 
 DeviceReport CollectDevice(const PluginHost& host, const IEthernetInfoModule& ethernet, const HostSettings& settings,
                            unsigned int device)
@@ -41,24 +57,23 @@ DeviceReport CollectDevice(const PluginHost& host, const IEthernetInfoModule& et
     report.liveNetmask = Attempt([&] { return host.Get<IIpStatusModule>().GetSubnetMask(device); });
     report.liveGateway = Attempt([&] { return host.Get<IIpStatusModule>().GetDefaultGateway(device); });
 
-    report.address = Attempt([&] { return host.Get<IIpConfigModule>().GetIpAddress(device); });
-    report.netmask = Attempt([&] { return host.Get<IIpConfigModule>().GetSubnetMask(device); });
-    report.gateway = Attempt([&] { return host.Get<IIpConfigModule>().GetDefaultGateway(device); });
-    report.nameServers = Attempt([&] { return host.Get<IIpConfigModule>().GetDnsNameservers(device); });
-    report.method = Attempt([&] { return host.Get<IIpConfigModule>().GetIpAssignMode(device); });
+    report.address = Configured([&] { return host.Get<IIpConfigModule>().GetIpAddress(device); });
+    report.netmask = Configured([&] { return host.Get<IIpConfigModule>().GetSubnetMask(device); });
+    report.gateway = Configured([&] { return host.Get<IIpConfigModule>().GetDefaultGateway(device); });
+    report.nameServers = Configured([&] { return host.Get<IIpConfigModule>().GetDnsNameservers(device); });
+    report.method = Configured([&] { return host.Get<IIpConfigModule>().GetIpAssignMode(device); });
     return report;
 }
 
-namespace {
-
-std::optional<std::uint32_t> ParseIpv4(const std::string& text)
+bool IsNotSet(const std::string& errorType, const std::string& errorMessage)
 {
-    in_addr address{};
-    if (::inet_pton(AF_INET, text.c_str(), &address) != 1) {
-        return std::nullopt;
-    }
-    return ntohl(address.s_addr);
+    constexpr std::string_view notFound = "ReadValueFromInterface() returned 1";
+    return errorType.find("InvalidOperationException") != std::string::npos &&
+           errorMessage.size() >= notFound.size() &&
+           errorMessage.compare(errorMessage.size() - notFound.size(), notFound.size(), notFound) == 0;
 }
+
+namespace {
 
 // The file may hold "192.168.1.10/24"; the kernel reports the address alone.
 std::optional<std::uint32_t> ParseConfiguredAddress(const std::string& text)
@@ -69,20 +84,14 @@ std::optional<std::uint32_t> ParseConfiguredAddress(const std::string& text)
 // The file may hold a prefix length ("24") where a dotted mask is expected.
 std::optional<std::uint32_t> ParseConfiguredNetmask(const std::string& text)
 {
-    const bool digitsOnly = !text.empty() && text.size() <= 2 &&
-                            std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
-    if (digitsOnly) {
-        const unsigned long prefix = std::stoul(text);
-        if (prefix <= 32U) {
-            return prefix == 0U ? 0U : static_cast<std::uint32_t>(0xFFFFFFFFULL << (32U - prefix));
-        }
+    if (const auto prefix = ParsePrefix("/" + text)) {
+        return PrefixToNetmask(*prefix);
     }
     return ParseIpv4(text);
 }
 
 using Parser = std::function<std::optional<std::uint32_t>(const std::string&)>;
 
-// Empty when either side could not be read: then there is nothing to compare.
 std::optional<bool> Differs(const Outcome<BasicString>& configured, const Outcome<BasicString>& live,
                             const Parser& parseConfigured)
 {
@@ -97,14 +106,24 @@ std::optional<bool> Differs(const Outcome<BasicString>& configured, const Outcom
     return *configured.value != *live.value;
 }
 
-
 } // namespace
 
 Differences Compare(const DeviceReport& report)
 {
-    return {Differs(report.address, report.liveAddress, ParseConfiguredAddress),
-            Differs(report.netmask, report.liveNetmask, ParseConfiguredNetmask),
-            Differs(report.gateway, report.liveGateway, ParseIpv4)};
+    Differences differences{Differs(report.address, report.liveAddress, ParseConfiguredAddress),
+                            Differs(report.netmask, report.liveNetmask, ParseConfiguredNetmask),
+                            Differs(report.gateway, report.liveGateway, ParseIpv4)};
+    // "192.168.1.10/16" configures the netmask too.
+    const auto prefix = report.address.Ok() ? ParsePrefix(*report.address.value) : std::nullopt;
+    const auto liveNetmask = report.liveNetmask.Ok() ? ParseIpv4(*report.liveNetmask.value) : std::nullopt;
+    if (prefix && liveNetmask) {
+        const bool prefixDiffers = PrefixToNetmask(*prefix) != *liveNetmask;
+        differences.address = differences.address.value_or(false) || prefixDiffers;
+        if (report.netmask.notSet) {
+            differences.netmask = prefixDiffers;
+        }
+    }
+    return differences;
 }
 
 } // namespace Zel::Tools::Nimhost

@@ -46,8 +46,17 @@ struct DeviceReport {
 DeviceReport CollectDevice(const PluginHost& host, const Zel::Hardware::Nim::Modules::IEthernetInfoModule& ethernet,
                            const HostSettings& settings, unsigned int device);
 
+// Whether a configured-value getter's failure means only that the file holds
+// no such value (no file, no iface block, no key): the module then throws
+// with result code 1.
+bool IsNotSet(const std::string& errorType, const std::string& errorMessage);
+
 // Whether a configured value differs from the live one; empty when either
-// side could not be read, since then there is nothing to compare.
+// side could not be read, since then there is nothing to compare. The
+// netmask is the configured one, else the prefix of a configured
+// "address/prefix"; an address with a prefix also differs when its prefix
+// does not match the live netmask. A value that is not an IPv4 address
+// (a stray carriage return) is compared as text, so it differs.
 struct Differences {
     std::optional<bool> address;
     std::optional<bool> netmask;

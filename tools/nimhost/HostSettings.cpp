@@ -1,5 +1,6 @@
 #include "HostSettings.hpp"
 
+#include "SettingsCheck.hpp"
 #include "UsageError.hpp"
 
 #include <Zel/Hardware/Commons/Modules/HardwareModuleName.hpp>
@@ -9,6 +10,7 @@
 #include <toml++/toml.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <sstream>
 
 namespace Zel::Tools::Nimhost {
@@ -164,6 +166,15 @@ BasicString EthernetInfoModuleName()
 
 HostSettings HostSettings::LoadFile(const std::string& path)
 {
+    // A directory or an empty name would read as a file without tables: no
+    // devices and no word of why.
+    std::error_code error;
+    if (path.empty()) {
+        throw UsageError("--config needs the name of a settings file");
+    }
+    if (std::filesystem::is_directory(path, error)) {
+        throw UsageError(fmt::format("--config {}: is a directory; name a settings file (TOML)", path));
+    }
     toml::table root;
     try {
         root = toml::parse_file(path);
@@ -190,6 +201,7 @@ HostSettings HostSettings::LoadFile(const std::string& path)
         settings.modules.emplace(moduleName, ReadModule(KeyText(moduleName), *table, fault));
         settings.positions.emplace(moduleName, Position{key.source().begin.line, key.source().begin.column});
     }
+    settings.document = std::make_shared<const toml::table>(std::move(root));
     return settings;
 }
 
@@ -231,6 +243,11 @@ void HostSettings::CheckModuleNames(const std::vector<BasicString>& registeredNa
         throw UsageError(fmt::format("{}: key '{}': the plug-in registers no module of that name (it registers: {})",
                                      where, KeyText(name), known.empty() ? "none" : known));
     }
+}
+
+std::vector<std::string> HostSettings::Check(const std::vector<std::string>& machineInterfaces) const
+{
+    return document ? CheckSettingsFile(*document, path, machineInterfaces) : std::vector<std::string>{};
 }
 
 const ModuleSettings& HostSettings::For(const BasicString& moduleName) const

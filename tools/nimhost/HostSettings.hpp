@@ -3,7 +3,10 @@
 #include <Zel/Hardware/Commons/Modules/ModuleSettings.hpp>
 #include <Zel/System/Commons/BasicString.hpp>
 
+#include <toml++/toml.h>
+
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -45,6 +48,11 @@ public:
     // name the plug-in does not register.
     void CheckModuleNames(const std::vector<BasicString>& registeredNames) const;
 
+    // Checks a settings file as the modules' set-up would read it
+    // (CheckSettingsFile); returns the warnings. Nothing to check for the
+    // settings built from the machine.
+    std::vector<std::string> Check(const std::vector<std::string>& machineInterfaces) const;
+
     // The settings the module gets; empty settings for a module the file does
     // not mention.
     const ModuleSettings& For(const BasicString& moduleName) const;
@@ -72,6 +80,8 @@ private:
     };
 
     std::string path;
+    // The file as read, with the positions the check names.
+    std::shared_ptr<const toml::table> document;
     std::map<BasicString, ModuleSettings> modules;
     std::map<BasicString, Position> positions;
 };

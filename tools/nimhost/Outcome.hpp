@@ -17,6 +17,12 @@ struct Outcome {
     std::optional<T> value;
     std::string errorType;
     std::string errorMessage;
+    // The query failed because the file holds no such value: shown as
+    // "not set", not as an error.
+    bool notSet = false;
+    // What a user reads about the failure, where nimhost knows better than
+    // the exception's own text; empty otherwise.
+    std::string userText;
 
     bool Ok() const { return value.has_value(); }
 };

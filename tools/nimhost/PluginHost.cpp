@@ -17,7 +17,7 @@ PluginHost::~PluginHost()
     try {
         Stop();
     } catch (const std::exception& e) {
-        std::fprintf(stderr, "nimhost: while shutting the modules down: %s\n", DescribeException(e).c_str());
+        std::fprintf(stderr, "nimhost: while shutting the modules down: %s\n", DescribeForUser(e, false).c_str());
     } catch (...) {
         std::fprintf(stderr, "nimhost: while shutting the modules down: unknown exception\n");
     }

@@ -1,8 +1,10 @@
 #include "Commands.hpp"
 #include "DeviceReport.hpp"
+#include "ExceptionText.hpp"
 #include "ExitCode.hpp"
 #include "LinkText.hpp"
 #include "Outcome.hpp"
+#include "PrintableText.hpp"
 #include "TextTable.hpp"
 
 #include <Zel/Hardware/Nim/Modules/IEthernetInfoModule.hpp>
@@ -22,28 +24,45 @@ namespace {
 
 // ---- human text ----
 
-// Cells of one device block; failures become "error [n]" with the full
-// exception below the block, so the columns stay aligned.
+// Cells of one device block; failures become "error [n]" with the cause
+// below the block, so the columns stay aligned. A value the file does not
+// hold is "not set"; control characters in a value are shown escaped and
+// marked "!".
 class Cells {
 public:
+    explicit Cells(bool technical) : technical(technical) {}
+
     template <typename T, typename Describe>
     std::string Text(const Outcome<T>& outcome, Describe describe)
     {
         if (outcome.Ok()) {
             return describe(*outcome.value);
         }
-        // The class name is enough here; --json carries the qualified name.
-        const std::size_t scope = outcome.errorType.rfind("::");
-        const std::string type =
-            scope == std::string::npos ? outcome.errorType : outcome.errorType.substr(scope + 2);
-        notes.push_back(outcome.errorMessage.empty() ? type : type + ": " + outcome.errorMessage);
+        if (outcome.notSet) {
+            return "not set";
+        }
+        // --json carries the type and the message as thrown.
+        notes.push_back(!technical && !outcome.userText.empty()
+                            ? outcome.userText
+                            : DescribeForUser(outcome.errorType, outcome.errorMessage, technical));
         return fmt::format("error [{}]", notes.size());
     }
 
     std::string Text(const Outcome<BasicString>& outcome)
     {
-        return Text(outcome, [](const BasicString& text) { return std::string(text); });
+        return Text(outcome, [this](const BasicString& text) {
+            bool control = false;
+            std::string shown = Printable(text, control);
+            if (control) {
+                anyControl = true;
+                shown += " !";
+            }
+            return shown;
+        });
     }
+
+    // Whether any cell so far held control characters.
+    bool anyControl = false;
 
     std::string Notes(const std::string& indent) const
     {
@@ -55,6 +74,7 @@ public:
     }
 
 private:
+    bool technical;
     std::vector<std::string> notes;
 };
 
@@ -67,7 +87,8 @@ std::string Marked(std::string text, const std::optional<bool>& differs, bool& a
     return text;
 }
 
-std::string RenderText(const PluginHost& host, const HostSettings& settings, const std::vector<DeviceReport>& devices)
+std::string RenderText(const PluginHost& host, const HostSettings& settings, const std::vector<DeviceReport>& devices,
+                       bool technical)
 {
     std::string text;
     TextTable heading;
@@ -77,8 +98,9 @@ std::string RenderText(const PluginHost& host, const HostSettings& settings, con
     text += heading.Render();
 
     bool anyMark = false;
+    bool anyControl = false;
     for (const auto& device : devices) {
-        Cells cells;
+        Cells cells(technical);
         text += fmt::format("\nDevice {}: {} ({}), MAC {}, type {}\n", device.device, cells.Text(device.publicName),
                             cells.Text(device.interfaceName), cells.Text(device.macAddress),
                             cells.Text(device.type, DescribeInterfaceType));
@@ -110,6 +132,7 @@ std::string RenderText(const PluginHost& host, const HostSettings& settings, con
         ip.AddRow({"method", "", cells.Text(device.method, DescribeAssignMode)});
         text += ip.Render("  ");
         text += cells.Notes("  ");
+        anyControl = anyControl || cells.anyControl;
     }
     if (devices.empty()) {
         text += "\nNo devices: the settings configure none, or the first configured interface does not exist\n"
@@ -117,6 +140,10 @@ std::string RenderText(const PluginHost& host, const HostSettings& settings, con
     }
     if (anyMark) {
         text += "\n* the configured value differs from the live one\n";
+    }
+    if (anyControl) {
+        text += fmt::format("{}! the value holds control characters, shown escaped (\\r, \\t, \\xNN)\n",
+                            anyMark ? "" : "\n");
     }
     return text;
 }
@@ -128,6 +155,9 @@ nlohmann::ordered_json ToJson(const Outcome<T>& outcome, Convert convert)
 {
     if (outcome.Ok()) {
         return convert(*outcome.value);
+    }
+    if (outcome.notSet) {
+        return nullptr;
     }
     return {{"error", {{"type", outcome.errorType}, {"message", outcome.errorMessage}}}};
 }
@@ -193,7 +223,7 @@ nlohmann::ordered_json RenderJson(const PluginHost& host, const HostSettings& se
 
 } // namespace
 
-int RunReport(const PluginHost& host, const HostSettings& settings, bool json, std::ostream& out)
+int RunReport(const PluginHost& host, const HostSettings& settings, const Presentation& how, std::ostream& out)
 {
     const auto& ethernet = host.Get<IEthernetInfoModule>();
     std::vector<DeviceReport> devices;
@@ -201,10 +231,10 @@ int RunReport(const PluginHost& host, const HostSettings& settings, bool json, s
     for (unsigned int device = 1; device <= deviceCount; ++device) {
         devices.push_back(CollectDevice(host, ethernet, settings, device));
     }
-    if (json) {
+    if (how.json) {
         out << RenderJson(host, settings, devices).dump(2) << '\n';
     } else {
-        out << RenderText(host, settings, devices);
+        out << RenderText(host, settings, devices, how.technical);
     }
     return ExitCode::Success;
 }
