@@ -55,6 +55,15 @@ bool HasBlock(const std::string& interfaceName)
     return false;
 }
 
+// The library's message without its "Class::Operation(): " origin, which
+// names code, not the problem.
+std::string WithoutOrigin(const std::string& text)
+{
+    const std::size_t origin = text.find("(): ");
+    return origin != std::string::npos && text.rfind("::", origin) != std::string::npos ? text.substr(origin + 4)
+                                                                                         : text;
+}
+
 } // namespace
 
 std::string ExplainFailedWrite(const std::string& interfaceName, const std::string& key,
@@ -67,7 +76,8 @@ std::string ExplainFailedWrite(const std::string& interfaceName, const std::stri
         if (Contains(text, "lock") && (Contains(text, "another") || Contains(text, "held") ||
                                        Contains(text, "holds") || Contains(text, "busy") ||
                                        text.find(busy) != std::string::npos)) {
-            return fmt::format("another writer holds {} ({}); try again when it is done", interfacesFile, text);
+            return fmt::format("another writer holds {} ({}); try again when it is done", interfacesFile,
+                               WithoutOrigin(text));
         }
     }
     for (const auto& text : libraryErrors) {
@@ -81,7 +91,7 @@ std::string ExplainFailedWrite(const std::string& interfaceName, const std::stri
             return fmt::format("cannot write {}: {}", path, problem.empty() ? "it could not be opened" : problem);
         }
         // The library names the path and the errno text itself.
-        return fmt::format("writing {} failed: {}", interfacesFile, text);
+        return fmt::format("writing {} failed: {}", interfacesFile, WithoutOrigin(text));
     }
 
     std::error_code ignored;
