@@ -9,8 +9,13 @@ namespace {
 
 bool IsUnlinked(const PortFileText& text)
 {
-    return text.StartsWith("unlinked", 8);
+    return text.StartsWith("unlinked");
 }
+
+// The switch has no gigabit ports.
+constexpr PortTextCode<LinkSpeed> speedTexts[] = {{"100\n", LinkSpeed::Speed100}, {"10\n", LinkSpeed::Speed10}};
+
+constexpr PortTextCode<LinkDuplex> duplexTexts[] = {{"full", LinkDuplex::Full}, {"half", LinkDuplex::Half}};
 
 } // namespace
 
@@ -51,14 +56,7 @@ LinkSpeed EthPortInfoSwitchKSZ8794::GetPortLinkSpeed() const
     if (!files.Read(fdSpeed, speedFilePath, "", text) || IsUnlinked(text)) {
         return LinkSpeed::Unknown;
     }
-    if (text.StartsWith("100\n", 4)) {
-        return LinkSpeed::Speed100;
-    }
-    if (text.StartsWith("10\n", 3)) {
-        return LinkSpeed::Speed10;
-    }
-    // The switch has no gigabit ports.
-    return LinkSpeed::Unknown;
+    return DecodePortText(text, speedTexts, LinkSpeed::Unknown);
 }
 
 LinkDuplex EthPortInfoSwitchKSZ8794::GetPortLinkDuplex() const
@@ -67,13 +65,7 @@ LinkDuplex EthPortInfoSwitchKSZ8794::GetPortLinkDuplex() const
     if (!files.Read(fdDuplex, speedFilePath, "", text) || IsUnlinked(text)) {
         return LinkDuplex::Unknown;
     }
-    if (text.StartsWith("full", 4)) {
-        return LinkDuplex::Full;
-    }
-    if (text.StartsWith("half", 4)) {
-        return LinkDuplex::Half;
-    }
-    return LinkDuplex::Unknown;
+    return DecodePortText(text, duplexTexts, LinkDuplex::Unknown);
 }
 
 } // namespace Zel::Hardware::Modules::Nim::Linux::Internal

@@ -6,49 +6,17 @@ namespace Zel::Hardware::Modules::Nim::Linux::Internal {
 
 namespace {
 
-LinkState DecodeOperstate(const PortFileText& text)
-{
-    if (text.StartsWith("down", 4)) {
-        return LinkState::Down;
-    }
-    if (text.StartsWith("up", 2)) {
-        return LinkState::Up;
-    }
-    // "unknown", "dormant", "lowerlayerdown", ...
-    return LinkState::Unknown;
-}
+// "unknown", "dormant", "lowerlayerdown", ... are no link state we know.
+constexpr PortTextCode<LinkState> operstateTexts[] = {{"down", LinkState::Down}, {"up", LinkState::Up}};
 
-LinkSpeed DecodeSpeed(const PortFileText& text)
-{
-    if (text.StartsWith("-1", 2)) {
-        return LinkSpeed::Unknown;
-    }
-    // The line feed separates 10, 100 and 1000.
-    if (text.StartsWith("1000\n", 5)) {
-        return LinkSpeed::Speed1000;
-    }
-    if (text.StartsWith("100\n", 4)) {
-        return LinkSpeed::Speed100;
-    }
-    if (text.StartsWith("10\n", 3)) {
-        return LinkSpeed::Speed10;
-    }
-    return LinkSpeed::Unknown;
-}
+// The line feed separates 10, 100 and 1000.
+constexpr PortTextCode<LinkSpeed> speedTexts[] = {{"-1", LinkSpeed::Unknown},
+                                                  {"1000\n", LinkSpeed::Speed1000},
+                                                  {"100\n", LinkSpeed::Speed100},
+                                                  {"10\n", LinkSpeed::Speed10}};
 
-LinkDuplex DecodeDuplex(const PortFileText& text)
-{
-    if (text.StartsWith("unknown", 7)) {
-        return LinkDuplex::Unknown;
-    }
-    if (text.StartsWith("full", 4)) {
-        return LinkDuplex::Full;
-    }
-    if (text.StartsWith("half", 4)) {
-        return LinkDuplex::Half;
-    }
-    return LinkDuplex::Unknown;
-}
+constexpr PortTextCode<LinkDuplex> duplexTexts[] = {
+    {"unknown", LinkDuplex::Unknown}, {"full", LinkDuplex::Full}, {"half", LinkDuplex::Half}};
 
 } // namespace
 
@@ -74,19 +42,22 @@ EthPortInfoSysFile::~EthPortInfoSysFile()
 LinkState EthPortInfoSysFile::GetPortLinkState() const
 {
     PortFileText text;
-    return files.Read(fdOperstate, sysFilePath, "operstate", text) ? DecodeOperstate(text) : LinkState::Unknown;
+    return files.Read(fdOperstate, sysFilePath, "operstate", text) ? DecodePortText(text, operstateTexts, LinkState::Unknown)
+                                                                 : LinkState::Unknown;
 }
 
 LinkSpeed EthPortInfoSysFile::GetPortLinkSpeed() const
 {
     PortFileText text;
-    return files.Read(fdSpeed, sysFilePath, "speed", text) ? DecodeSpeed(text) : LinkSpeed::Unknown;
+    return files.Read(fdSpeed, sysFilePath, "speed", text) ? DecodePortText(text, speedTexts, LinkSpeed::Unknown)
+                                                         : LinkSpeed::Unknown;
 }
 
 LinkDuplex EthPortInfoSysFile::GetPortLinkDuplex() const
 {
     PortFileText text;
-    return files.Read(fdDuplex, sysFilePath, "duplex", text) ? DecodeDuplex(text) : LinkDuplex::Unknown;
+    return files.Read(fdDuplex, sysFilePath, "duplex", text) ? DecodePortText(text, duplexTexts, LinkDuplex::Unknown)
+                                                           : LinkDuplex::Unknown;
 }
 
 } // namespace Zel::Hardware::Modules::Nim::Linux::Internal

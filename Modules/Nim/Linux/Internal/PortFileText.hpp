@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
+#include <string_view>
 
 namespace Zel::Hardware::Modules::Nim::Linux::Internal {
 
@@ -35,6 +36,27 @@ struct PortFileText {
     bool Failed() const { return count < 0; }
 
     bool StartsWith(const char* prefix, std::size_t length) const { return std::memcmp(bytes, prefix, length) == 0; }
+    bool StartsWith(std::string_view prefix) const { return StartsWith(prefix.data(), prefix.size()); }
 };
+
+// One row of a decoding table: a text's first bytes and the code they mean.
+template <typename Code>
+struct PortTextCode {
+    std::string_view prefix;
+    Code code;
+};
+
+// The code of the first row whose prefix the text starts with, in table
+// order, else `otherwise`.
+template <typename Code, std::size_t N>
+Code DecodePortText(const PortFileText& text, const PortTextCode<Code> (&table)[N], Code otherwise)
+{
+    for (const auto& row : table) {
+        if (text.StartsWith(row.prefix)) {
+            return row.code;
+        }
+    }
+    return otherwise;
+}
 
 } // namespace Zel::Hardware::Modules::Nim::Linux::Internal
