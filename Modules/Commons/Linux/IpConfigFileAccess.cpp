@@ -1,6 +1,7 @@
 #include "Modules/Commons/Linux/IpConfigFileAccess.hpp"
 
 #include "Modules/Commons/Linux/ErrorString.hpp"
+#include "Modules/Commons/Linux/ScopedDescriptor.hpp"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -74,27 +75,6 @@ bool IsBlank(const std::string& value)
     return value.find_first_not_of(" \t") == std::string::npos;
 }
 
-// Closes the descriptor it holds when it leaves scope.
-class OwnedFd {
-public:
-    explicit OwnedFd(int fd) : fd(fd) {}
-    ~OwnedFd()
-    {
-        if (fd >= 0) {
-            ::close(fd);
-        }
-    }
-    OwnedFd(const OwnedFd&) = delete;
-    OwnedFd& operator=(const OwnedFd&) = delete;
-
-    int Get() const { return fd; }
-    // For the callers that must know: a delayed write error shows here.
-    bool Close() { return ::close(std::exchange(fd, -1)) == 0; }
-
-private:
-    int fd;
-};
-
 // The file a chain of links ends in; the name itself when it is no link or
 // names nothing (opening it then fails and says so).
 BasicString FinalTarget(const BasicString& name)
@@ -155,7 +135,7 @@ struct Replacement {
     int renameError = 0;
 };
 
-Replacement PutInPlace(OwnedFd& temporaryFd, const BasicString& temporary, const BasicString& target,
+Replacement PutInPlace(ScopedDescriptor& temporaryFd, const BasicString& temporary, const BasicString& target,
                        const std::string& content, int directory)
 {
     struct stat info {};
@@ -180,7 +160,7 @@ Replacement PutInPlace(OwnedFd& temporaryFd, const BasicString& temporary, const
     // A bind-mounted file (EBUSY) or one on another mount (EXDEV) can only be
     // rewritten where it stands. The content goes in before the file is cut
     // to its length, so a full disk fails before the old content is lost.
-    OwnedFd file(::open(target.c_str(), O_WRONLY | O_CLOEXEC));
+    ScopedDescriptor file(::open(target.c_str(), O_WRONLY | O_CLOEXEC));
     if (file.Get() < 0 || !WriteAll(file.Get(), content) ||
         ::ftruncate(file.Get(), static_cast<off_t>(content.size())) != 0 || ::fsync(file.Get()) != 0 ||
         !file.Close()) {
@@ -258,7 +238,7 @@ int IpConfigFileAccess::WriteIpPara(const BasicString& interfaceName, const Basi
     const BasicString temporary = target + BasicString(temporarySuffix);
     const BasicString directory = DirectoryOf(target);
     // From truncating the temporary file until the new content is in place.
-    OwnedFd lock(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    ScopedDescriptor lock(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     const int lockResult = lock.Get() < 0 ? errno : LockWithin(lock.Get(), lockTimeout);
     if (lockResult == EWOULDBLOCK) {
         log(Error, lockTimedOut, directory, lockTimeout.count());
@@ -270,7 +250,7 @@ int IpConfigFileAccess::WriteIpPara(const BasicString& interfaceName, const Basi
     }
 
     std::ifstream input(target);
-    OwnedFd output(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    ScopedDescriptor output(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
     if (!input.is_open()) {
         // The temporary file, if it was created, stays: there is nothing on
         // this path that could have put content into it.

@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <utility>
+
 namespace Zel::Hardware::Modules::Commons::Linux {
 
 // Owns one file descriptor or socket and closes it when it goes out of scope
@@ -20,6 +22,8 @@ public:
     ScopedDescriptor& operator=(const ScopedDescriptor&) = delete;
 
     int Get() const noexcept { return fd; }
+    // Closes now, for callers that must know: a delayed write error shows here.
+    bool Close() noexcept { return close(std::exchange(fd, -1)) == 0; }
 
 private:
     int fd;
