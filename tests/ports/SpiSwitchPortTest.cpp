@@ -101,8 +101,9 @@ protected:
 // duplex are unknown and the mode or status register is not read at all.
 TEST_F(SpiSwitchPort, RegisterDecodingTables)
 {
-    SpiDevice spi8794 = SpiEmulator::Ksz8794().Build(Node8794);
-    SpiDevice spi8863 = SpiEmulator::Ksz8863().Build(Node8863);
+    // Any revision in the identity's low nibble is accepted.
+    SpiDevice spi8794 = SpiEmulator::Ksz8794().Register(0x01, 0x6E).Build(Node8794);
+    SpiDevice spi8863 = SpiEmulator::Ksz8863().Register(0x01, 0x3F).Build(Node8863);
     const auto port8794 = Make8794(2);
     const auto port8863 = Make8863(1);
     // KSZ8794 mode register 0x2F: only the low three bits count, 2, 3, 5 and 6
