@@ -2,7 +2,8 @@
 // Descriptors opened here are left to the process's end.
 #include "Modules/Commons/Linux/GpioAccess.hpp"
 
-#include "../ports/PortTestSupport.hpp"
+#include "Checks.hpp"
+#include "ScratchDirectory.hpp"
 #include "MemoryLogSink.hpp"
 
 #include <Zel/System/Commons/Exception.hpp>
@@ -24,7 +25,7 @@ protected:
         fd = gpio.Open(value, flags);
     }
 
-    Zel::Test::Ports::ScratchDirectory dir;
+    Zel::Test::ScratchDirectory dir;
     Zel::Test::LogCapture capture{8};
     const std::string value = dir.Path("value");
     GpioAccess gpio;
@@ -62,7 +63,7 @@ TEST_F(GpioLine, FailedReadsAreTriedTwiceWithOneMessageEach)
     }
     EXPECT_EQ(capture.Count(3, "Could not read '" + dir.Path("other") + "': Is a directory"), 2U);
 
-    Zel::Test::Ports::ExpectThrow<Zel::System::Commons::InvalidOperationException>(
+    Zel::Test::ExpectThrow<Zel::System::Commons::InvalidOperationException>(
         [this] { gpio.Open(dir.Path("missing"), O_RDONLY); },
         "Could not open '" + dir.Path("missing") + "': No such file or directory");
 }
@@ -71,9 +72,9 @@ TEST_F(GpioLine, WriteIsOneCharacterAtOffsetZero)
 {
     OpenValue("0xy", O_RDWR);
     gpio.Write(fd, value, true);
-    EXPECT_EQ(dir.ReadBack("value"), "1xy");
+    EXPECT_EQ(dir.Read("value"), "1xy");
     gpio.Write(fd, value, false);
-    EXPECT_EQ(dir.ReadBack("value"), "0xy");
+    EXPECT_EQ(dir.Read("value"), "0xy");
     EXPECT_TRUE(capture.Records().empty());
 
     close(fd);
@@ -81,7 +82,7 @@ TEST_F(GpioLine, WriteIsOneCharacterAtOffsetZero)
     gpio.Write(fd, value, true);
     // The quote after the value is missing in the established text.
     EXPECT_EQ(capture.Count(3, "Could not write '1 to '" + value + "': Bad file descriptor"), 1U);
-    EXPECT_EQ(dir.ReadBack("value"), "0xy");
+    EXPECT_EQ(dir.Read("value"), "0xy");
 }
 
 // -1 is a line that is not available: skipped silently by all three.

@@ -89,14 +89,6 @@ TEST_F(EthernetInfoSetup, ThePluginBuildsDevicesFromTheKernelsInterfacesAndPorts
     created.reset(); // before the loader unloads the library
 }
 
-TEST_F(EthernetInfoSetup, I210EthtoolSpeedAndDuplexPassThrough)
-{
-    EthernetInfoModule module;
-    module.SetupSettings(Settings({{"1", "X1", "eth1", "1", "i210Driver", "", "Ethernet"}}), HardwareModuleProvider());
-    EXPECT_EQ(module.GetPortLinkSpeed(1, 1), LinkSpeed::Unknown);
-    EXPECT_EQ(module.GetPortLinkDuplex(1, 1), LinkDuplex::Full);
-}
-
 TEST_F(EthernetInfoSetup, InterfaceListAndMacAreTheKernelsCurrentOnes)
 {
     EthernetInfoModule module;

@@ -3,7 +3,8 @@
 // tests rewrite between queries.
 #include "Modules/Nim/Linux/Internal/EthPortInfoSwitchKSZ8794.hpp"
 #include "Modules/Nim/Linux/Internal/EthPortInfoSysFile.hpp"
-#include "PortTestSupport.hpp"
+#include "Checks.hpp"
+#include "ScratchDirectory.hpp"
 
 #include "MemoryLogSink.hpp"
 
@@ -24,7 +25,7 @@ using Zel::Hardware::Nim::LinkDuplex;
 using Zel::Hardware::Nim::LinkSpeed;
 using Zel::Hardware::Nim::LinkState;
 using Zel::System::Commons::InvalidOperationException;
-using Zel::Test::Ports::OpenDescriptorCount;
+using Zel::Test::OpenDescriptorCount;
 
 enum Query { State, Speed, Duplex };
 
@@ -72,10 +73,10 @@ protected:
     template <typename Make>
     static void ExpectOpenFailure(Make make, const std::string& file)
     {
-        Zel::Test::Ports::ExpectThrow<InvalidOperationException>(make, "Could not open '" + file + "' for read.");
+        Zel::Test::ExpectThrow<InvalidOperationException>(make, "Could not open '" + file + "' for read.");
     }
 
-    Zel::Test::Ports::ScratchDirectory dir;
+    Zel::Test::ScratchDirectory dir;
     ModuleSettings settings;
     Zel::Test::LogCapture capture{8};
 };

@@ -3,6 +3,8 @@
 #include <Zel/System/Commons/AppDomain.hpp>
 #include <Zel/System/Commons/Logging/LogManager.hpp>
 
+#include <algorithm>
+
 namespace Zel::Test {
 
 using Zel::System::Commons::AppDomain;
@@ -22,22 +24,16 @@ std::vector<LogRecord> MemoryLogSink::Records() const
 
 std::size_t MemoryLogSink::Count(const std::string& text) const
 {
-    std::lock_guard<std::mutex> guard(lock);
-    std::size_t n = 0;
-    for (const auto& r : records) {
-        n += r.text == text ? 1U : 0U;
-    }
-    return n;
+    return Count(-1, text);
 }
 
+// Level -1 counts the text at every level.
 std::size_t MemoryLogSink::Count(int level, const std::string& text) const
 {
     std::lock_guard<std::mutex> guard(lock);
-    std::size_t n = 0;
-    for (const auto& r : records) {
-        n += (r.level == level && r.text == text) ? 1U : 0U;
-    }
-    return n;
+    return static_cast<std::size_t>(std::count_if(records.begin(), records.end(), [&](const LogRecord& r) {
+        return (level < 0 || r.level == level) && r.text == text;
+    }));
 }
 
 void MemoryLogSink::Clear()

@@ -58,6 +58,12 @@ public:
     }
     std::string Read(const std::string& name) const { return ReadFile(Path(name)); }
     void Remove(const std::string& name) const { std::filesystem::remove(Path(name)); }
+    // A directory opens for reading but every read fails with EISDIR, also for root.
+    void MakeUnreadable(const std::string& name) const
+    {
+        Remove(name);
+        std::filesystem::create_directory(Path(name));
+    }
 
 private:
     std::string root;

@@ -152,33 +152,14 @@ SpiDevice::~SpiDevice()
     Locked(*state, [](SpiDeviceState& s) { TheRegistry().nodes.erase(s.path); });
 }
 
-const std::string& SpiDevice::Path() const
-{
-    return state->path;
-}
-
-void SpiDevice::SetRegister(unsigned int address, std::uint8_t value)
-{
-    Locked(*state, [&](SpiDeviceState& s) { s.registers.at(address) = value; });
-}
-
-void SpiDevice::FailTransfers(bool fail)
-{
-    Locked(*state, [&](SpiDeviceState& s) { s.failTransfers = fail; });
-}
-
+const std::string& SpiDevice::Path() const { return state->path; }
+void SpiDevice::SetRegister(unsigned int address, std::uint8_t value) { Locked(*state, [&](auto& s) { s.registers.at(address) = value; }); }
+void SpiDevice::FailTransfers(bool fail) { Locked(*state, [&](auto& s) { s.failTransfers = fail; }); }
 void SpiDevice::FailReadsOf(unsigned int address, bool fail)
 {
-    Locked(*state, [&](SpiDeviceState& s) {
-        fail ? (void)s.failingReads.insert(address) : (void)s.failingReads.erase(address);
-    });
+    Locked(*state, [&](auto& s) { fail ? (void)s.failingReads.insert(address) : (void)s.failingReads.erase(address); });
 }
-
-void SpiDevice::ClearTransfers()
-{
-    Locked(*state, [](SpiDeviceState& s) { s.transfers.clear(); });
-}
-
+void SpiDevice::ClearTransfers() { Locked(*state, [](auto& s) { s.transfers.clear(); }); }
 std::vector<SpiTransfer> SpiDevice::Transfers() const { return Locked(*state, [](auto& s) { return s.transfers; }); }
 int SpiDevice::OpenCount() const { return Locked(*state, [](auto& s) { return s.openCount; }); }
 int SpiDevice::LastOpenFlags() const { return Locked(*state, [](auto& s) { return s.lastOpenFlags; }); }

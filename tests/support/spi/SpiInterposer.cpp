@@ -50,27 +50,24 @@ int IoctlWith(IoctlFunction next, int fd, unsigned long request, va_list args)
 
 } // namespace
 
+// One definition per variadic entry point; each reads its one optional argument.
+#define ZEL_SPI_VARIADIC(name, Type, With, A, a, B, b)     \
+    int name(A a, B b, ...)                                \
+    {                                                      \
+        static const auto next = Next<Type>(#name);        \
+        va_list args;                                      \
+        va_start(args, b);                                 \
+        const int result = With(next, a, b, args);         \
+        va_end(args);                                      \
+        return result;                                     \
+    }
+
 extern "C" {
 
-int open(const char* path, int flags, ...)
-{
-    static const auto next = Next<OpenFunction>("open");
-    va_list args;
-    va_start(args, flags);
-    const int result = OpenWith(next, path, flags, args);
-    va_end(args);
-    return result;
-}
-
-int open64(const char* path, int flags, ...)
-{
-    static const auto next = Next<OpenFunction>("open64");
-    va_list args;
-    va_start(args, flags);
-    const int result = OpenWith(next, path, flags, args);
-    va_end(args);
-    return result;
-}
+ZEL_SPI_VARIADIC(open, OpenFunction, OpenWith, const char*, path, int, flags)
+ZEL_SPI_VARIADIC(open64, OpenFunction, OpenWith, const char*, path, int, flags)
+ZEL_SPI_VARIADIC(ioctl, IoctlFunction, IoctlWith, int, fd, unsigned long, request)
+ZEL_SPI_VARIADIC(__ioctl_time64, IoctlFunction, IoctlWith, int, fd, unsigned long, request)
 
 int __open_2(const char* path, int flags)
 {
@@ -82,26 +79,6 @@ int __open64_2(const char* path, int flags)
 {
     static const auto next = Next<Open2Function>("__open64_2");
     return Open2With(next, path, flags);
-}
-
-int ioctl(int fd, unsigned long request, ...)
-{
-    static const auto next = Next<IoctlFunction>("ioctl");
-    va_list args;
-    va_start(args, request);
-    const int result = IoctlWith(next, fd, request, args);
-    va_end(args);
-    return result;
-}
-
-int __ioctl_time64(int fd, unsigned long request, ...)
-{
-    static const auto next = Next<IoctlFunction>("__ioctl_time64");
-    va_list args;
-    va_start(args, request);
-    const int result = IoctlWith(next, fd, request, args);
-    va_end(args);
-    return result;
 }
 
 int close(int fd)
