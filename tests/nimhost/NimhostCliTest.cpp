@@ -167,8 +167,8 @@ TEST(NimhostSettingsFile, EveryFaultIsExitTwoNamingFileLineColumnAndKey)
                                 "switchKSZ8794, switchKSZ8794spi, switchKSZ8863gpio, unsupported\n"
                                 "nimhost: <file>:3:52" + table + "7 (interface type): unknown interface type 'Ether': "
                                 "use one of Ethernet, Fieldbus, Service, Internal, Wireless, Unknown\n"},
-             {line(R"("1", "L", "lo", "2", "unsupported", "a", "Internal")"),
-              ":3:52" + table + "6 (port names): 1 names for 2 ports: give one per port, separated by ';', or none\n"},
+             {line(R"("1", "L", "lo", "0x40", "unsupported", "a", "Internal")"),
+              ":3:55" + table + "6 (port names): 1 names for 64 ports: give one per port, separated by ';', or none\n"},
              {eth + "\"path.1.1.sysFile\" = \"sys/class/net/lo/\"\n\"path.1.2.sysFile\" = \"/nonexistent/\"\n"
                   "\"path.1.3.sysFile\" = \"/sys/class/net/lo\"\n" + fields +
                   "interfaces = [[\"1\", \"L\", \"lo\", \"4\", \"sysFile\", \"\", \"Internal\"]]\n",

@@ -223,8 +223,9 @@ class NimhostIpConfig : public NimhostSandbox {};
 
 TEST_F(NimhostIpConfig, EverySetPrintsTheChangeIsReadBackAndStandsInTheFile)
 {
+    // The widest prefix, /32, is still an address.
     for (const auto& [device, field, value, before] : std::vector<std::array<std::string, 4>>{
-             {"1", "address", "192.168.1.20", "eth0 address: 192.168.1.10"},
+             {"1", "address", "192.168.1.20/32", "eth0 address: 192.168.1.10"},
              {"1", "netmask", "255.255.0.0", "eth0 netmask: 255.255.255.0"},
              {"1", "gateway", "192.168.1.1", "eth0 gateway: 192.168.1.254"},
              {"1", "dns", "192.168.1.1 9.9.9.9", "eth0 dns: not set"},
@@ -240,7 +241,7 @@ iface lo inet loopback
 
 auto eth0
 iface eth0 inet static
-    address 192.168.1.20
+    address 192.168.1.20/32
     netmask 255.255.0.0
     gateway 192.168.1.1
     dns-nameservers 192.168.1.1 9.9.9.9
@@ -569,6 +570,12 @@ nim_ip_config_differs{device="1",interface="eth0",field="gateway"} 1
 # TYPE nim_collection_duration_seconds gauge
 nim_collection_duration_seconds T
 )");
+    // The other speed codes in bytes per second too.
+    for (const auto& [mbits, bytes] : {std::pair{"10\n", " 1250000\n"}, std::pair{"1000\n", " 125000000\n"}}) {
+        WriteFile(port + "speed", mbits);
+        EXPECT_NE(Nimhost({"metrics"}).out.find(R"(nim_port_speed_bytes{device="3",interface="lo",port="1"})" +
+                                                std::string(bytes)), std::string::npos) << mbits;
+    }
 }
 
 // ---- without a settings file ----
