@@ -447,6 +447,11 @@ struct WatchEventRow {
     std::string error;
 };
 
+void PrintTo(const WatchEventRow& row, std::ostream* out)
+{
+    *out << row.name;
+}
+
 class NimhostWatchEvents : public NimhostWatch, public testing::WithParamInterface<WatchEventRow> {};
 
 TEST_P(NimhostWatchEvents, ChangesFollowTheKernelsNotifications)
