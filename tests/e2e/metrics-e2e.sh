@@ -1,14 +1,11 @@
 #!/usr/bin/env bash
 # metrics-e2e.sh NIMHOST
 #
-# A board port's link, toggled with `ip link set`, seen in Prometheus's query
-# API: nimhost watch keeps a file in node_exporter's textfile directory
-# current, node_exporter serves it on a loopback port, and a Prometheus server
-# scrapes it every second. nim_port_link_up of the port must go 1 -> 0 -> 1.
-#
-# Installs what it needs through scripts/setup.sh, then runs itself inside
-# the network sandbox (exit 77 there when no sandbox is possible, a failure
-# under CI=true).
+# A port's link, toggled with `ip link set`, seen in Prometheus's query API:
+# nimhost watch (the machine's own interfaces, no settings file) keeps a file in
+# node_exporter's textfile directory current, which a Prometheus server scrapes
+# every second. nim_port_link_up must go 1 -> 0 -> 1. Runs itself in the
+# network sandbox (exit 77 when none is possible, a failure under CI=true).
 set -euo pipefail
 
 nimhost=$(realpath "$1")
@@ -36,7 +33,6 @@ fail() {
   exit 1
 }
 
-# Polls `command` every 0.2 s until it succeeds, for at most `seconds`.
 wait_for() {
   local seconds=$1 what=$2
   shift 2
@@ -52,49 +48,30 @@ ip link set eth0p up
 ip link set eth0 up
 wait_for 10 "eth0's carrier" grep -qx up /sys/class/net/eth0/operstate
 
-cat >"$work/board.toml" <<'TOML'
-["Zel.Hardware.Nim.Modules.IEthernetInfoModule"]
-mandatoryInterfaces = "1"
-"path.1.1.sysFile" = "/sys/class/net/eth0/"
-
-["Zel.Hardware.Nim.Modules.IEthernetInfoModule".fields]
-interfaces = [
-  ["1", "X1", "eth0", "1", "sysFile", "P1", "Ethernet"],
-]
-TOML
 
 mkdir "$work/textfile"
 prometheus-node-exporter --web.listen-address=127.0.0.1:9100 --collector.disable-defaults \
   --collector.textfile --collector.textfile.directory="$work/textfile" >"$work/node-exporter.log" 2>&1 &
 pids+=($!)
-"$nimhost" --config "$work/board.toml" --log-level 3 watch --metrics-file "$work/textfile/nim.prom" \
-  >"$work/watch.log" 2>&1 &
+"$nimhost" --log-level 3 watch --metrics-file "$work/textfile/nim.prom" >"$work/watch.log" 2>&1 &
 pids+=($!)
 
-cat >"$work/prometheus.yml" <<'YAML'
-global:
-  scrape_interval: 1s
-  evaluation_interval: 1s
-scrape_configs:
-  - job_name: board
-    static_configs:
-      - targets: ["127.0.0.1:9100"]
-YAML
+echo '{global: {scrape_interval: 1s}, scrape_configs: [{job_name: board, static_configs: [{targets: ["127.0.0.1:9100"]}]}]}' \
+  >"$work/prometheus.yml"
 prometheus --config.file="$work/prometheus.yml" --storage.tsdb.path="$work/tsdb" \
   --web.listen-address=127.0.0.1:9090 >"$work/prometheus.log" 2>&1 &
 pids+=($!)
 
-# The value of nim_port_link_up for device 1, port 1, as Prometheus answers
-# now; empty while it has none.
-link_up() {
-  curl -fsS --get --data-urlencode 'query=nim_port_link_up{device="1",port="1"}' \
-    http://127.0.0.1:9090/api/v1/query 2>/dev/null | sed -n 's/.*"value":\[[^,]*,"\([^"]*\)"\].*/\1/p'
+# value_is METRIC VALUE: Prometheus answers VALUE now for METRIC of eth0's port.
+value_is() {
+  [ "$(curl -fsS --get --data-urlencode "query=$1{interface=\"eth0\",port=\"1\"}" \
+    http://127.0.0.1:9090/api/v1/query 2>/dev/null | sed -n 's/.*"value":\[[^,]*,"\([^"]*\)"\].*/\1/p')" = "$2" ]
 }
-link_up_is() { [ "$(link_up)" = "$1" ]; }
 
-wait_for 120 "Prometheus to see the link up" link_up_is 1
+wait_for 120 "Prometheus to see the link up" value_is nim_port_link_up 1
 ip link set eth0 down
-wait_for 60 "Prometheus to see the link down" link_up_is 0
+wait_for 60 "Prometheus to see the link down" value_is nim_port_link_up 0
 ip link set eth0 up
-wait_for 60 "Prometheus to see the link up again" link_up_is 1
-echo "metrics-e2e: nim_port_link_up went 1 -> 0 -> 1 in Prometheus"
+wait_for 60 "Prometheus to see the link up again" value_is nim_port_link_up 1
+wait_for 30 "the two changes counted" value_is nim_port_link_changes_total 2
+echo "metrics-e2e: nim_port_link_up went 1 -> 0 -> 1 in Prometheus, two changes counted"

@@ -47,7 +47,7 @@ interfaces = [["1", "L", "lo", "0", "unsupported", "", "Internal"]]
 // texts are CLI11's, found anywhere in it.
 TEST(NimhostCli, WrongInputGivesItsExitCodeAndMessageAndAJsonFailureDocument)
 {
-    TempDirectory directory;
+    ScratchDirectory directory;
     const std::string board = directory.Write("board.toml", loopbackBoard);
     struct Case {
         std::vector<std::string> arguments;
@@ -62,8 +62,7 @@ TEST(NimhostCli, WrongInputGivesItsExitCodeAndMessageAndAJsonFailureDocument)
              {{"ip", "set", "1", "address"}, 2, "VALUE"},
              {{"--log-level", "9"}, 2, "--log-level"},
              {{"watch", "--count", "0"}, 2, "--count"},
-             {{"ip", "set", "1", "mode", "sideways"},
-              2,
+             {{"ip", "set", "1", "mode", "sideways"}, 2,
               "nimhost: 'sideways' is not a method word: use one of static, dhcp, manual, loopback, ppp, bootp\n"},
              {{"ip", "set", "1", "address", "999.1.1.1"}, 2, "nimhost: '999.1.1.1' is not a valid address: " + address},
              {{"ip", "set", "1", "address", "10.0.0.1/33"}, 2, "nimhost: '10.0.0.1/33' is not a valid address: " + address},
@@ -84,13 +83,11 @@ TEST(NimhostCli, WrongInputGivesItsExitCodeAndMessageAndAJsonFailureDocument)
              {{"--config", board, "status", ""}, 2, "nimhost: no device number given; this board has device 1\n"},
              {{"--config", board, "ip", "set", "eth0", "mode", "dhcp"}, 2,
               "nimhost: device 'eth0' is not a device number; this board has device 1\n"},
-             {{"--config", "/nonexistent/board.toml", "report"},
-              2,
+             {{"--config", "/nonexistent/board.toml", "report"}, 2,
               "nimhost: /nonexistent/board.toml: File could not be opened for reading\n"},
              {{"--config", "/tmp", "report"}, 2, "nimhost: --config /tmp: is a directory; name a settings file (TOML)\n"},
              {{"--config", "", "settings"}, 2, "nimhost: --config needs the name of a settings file\n"},
-             {{"--plugin", "/nonexistent/libNothing.so", "modules"},
-              1,
+             {{"--plugin", "/nonexistent/libNothing.so", "modules"}, 1,
               "nimhost: Could not load library '/nonexistent/libNothing.so': "}}) {
         SCOPED_TRACE(fmt::format("{}", fmt::join(c.arguments, " ")));
         const auto result = RunNimhost(c.arguments);
@@ -125,7 +122,7 @@ TEST(NimhostSettingsFile, EveryFaultIsExitTwoNamingFileLineColumnAndKey)
         std::string content;
         std::string expected; // a TOML syntax error: only the position
     };
-    TempDirectory directory;
+    ScratchDirectory directory;
     for (const Case& c : std::vector<Case>{
              {eth + "mandatoryInterfaces = 0x2\n",
               ":2:23" + key + ".mandatoryInterfaces': a setting must be text in quotes, not integer\n"},
@@ -170,8 +167,8 @@ TEST(NimhostSettingsFile, EveryFaultIsExitTwoNamingFileLineColumnAndKey)
                                 "switchKSZ8794, switchKSZ8794spi, switchKSZ8863gpio, unsupported\n"
                                 "nimhost: <file>:3:52" + table + "7 (interface type): unknown interface type 'Ether': "
                                 "use one of Ethernet, Fieldbus, Service, Internal, Wireless, Unknown\n"},
-             {line(R"("1", "L", "lo", "2", "unsupported", "a", "Internal")"),
-              ":3:52" + table + "6 (port names): 1 names for 2 ports: give one per port, separated by ';', or none\n"},
+             {line(R"("1", "L", "lo", "0x40", "unsupported", "a", "Internal")"),
+              ":3:55" + table + "6 (port names): 1 names for 64 ports: give one per port, separated by ';', or none\n"},
              {eth + "\"path.1.1.sysFile\" = \"sys/class/net/lo/\"\n\"path.1.2.sysFile\" = \"/nonexistent/\"\n"
                   "\"path.1.3.sysFile\" = \"/sys/class/net/lo\"\n" + fields +
                   "interfaces = [[\"1\", \"L\", \"lo\", \"4\", \"sysFile\", \"\", \"Internal\"]]\n",
@@ -208,7 +205,7 @@ nlohmann::json SettingsJson(const std::string& path)
 
 TEST(NimhostSettingsFile, ValuesReachTheModulesExactlyAsWrittenAndSurviveARoundTrip)
 {
-    TempDirectory directory;
+    ScratchDirectory directory;
     const std::string original = directory.Write("board.toml", R"(
 ["Zel.Hardware.Nim.Modules.IEthernetInfoModule"]
 mandatoryInterfaces = "0x1"

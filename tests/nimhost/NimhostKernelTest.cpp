@@ -79,6 +79,12 @@ std::string Mac(const std::string& name)
     return mac;
 }
 
+// A file's text; empty while it is not there.
+std::string ReadIfThere(const std::string& path)
+{
+    return std::filesystem::exists(path) ? ReadFile(path) : std::string();
+}
+
 // The complete lines of a text.
 std::vector<std::string> Split(const std::string& text)
 {
@@ -127,7 +133,7 @@ protected:
         return RunNimhost(arguments);
     }
 
-    TempDirectory directory;
+    ScratchDirectory directory;
     std::string settings;
 };
 
@@ -207,9 +213,8 @@ TEST_F(NimhostReport, TextReportShowsCodesInWordsAndMarksDrift)
 
 TEST_F(NimhostReport, InterfacesListsTheKernelsNamesInItsOrder)
 {
-    const auto names = KernelInterfaceNames();
-    EXPECT_EQ(Nimhost({"interfaces"}).out, fmt::format("{}\n", fmt::join(names, "\n")));
-    EXPECT_EQ(Parse(Nimhost({"interfaces", "--json"}))["interfaces"], json(names));
+    EXPECT_EQ(Nimhost({"interfaces"}).out, fmt::format("{}\n", fmt::join(KernelInterfaceNames(), "\n")));
+    EXPECT_EQ(Parse(Nimhost({"interfaces", "--json"}))["interfaces"], json(KernelInterfaceNames()));
 }
 
 // ---- ip get / ip set ----
@@ -218,8 +223,9 @@ class NimhostIpConfig : public NimhostSandbox {};
 
 TEST_F(NimhostIpConfig, EverySetPrintsTheChangeIsReadBackAndStandsInTheFile)
 {
+    // The widest prefix, /32, is still an address.
     for (const auto& [device, field, value, before] : std::vector<std::array<std::string, 4>>{
-             {"1", "address", "192.168.1.20", "eth0 address: 192.168.1.10"},
+             {"1", "address", "192.168.1.20/32", "eth0 address: 192.168.1.10"},
              {"1", "netmask", "255.255.0.0", "eth0 netmask: 255.255.255.0"},
              {"1", "gateway", "192.168.1.1", "eth0 gateway: 192.168.1.254"},
              {"1", "dns", "192.168.1.1 9.9.9.9", "eth0 dns: not set"},
@@ -235,7 +241,7 @@ iface lo inet loopback
 
 auto eth0
 iface eth0 inet static
-    address 192.168.1.20
+    address 192.168.1.20/32
     netmask 255.255.0.0
     gateway 192.168.1.1
     dns-nameservers 192.168.1.1 9.9.9.9
@@ -305,7 +311,7 @@ TEST_F(NimhostIpConfig, AFailedSetSaysWhyAndLeavesTheFile)
         const auto document = Nimhost(arguments);
         Zel::Test::Run("mount -o remount,rw /etc/network");
         EXPECT_EQ(std::tie(result.exitCode, result.err, result.out), std::make_tuple(1, c.err, std::string()));
-        EXPECT_EQ(ReadFile(interfacesFile), c.file);
+        EXPECT_EQ(ReadIfThere(interfacesFile), c.file);
         ASSERT_TRUE(json::accept(document.out)) << document.out;
         const auto error = json::parse(document.out)["error"];
         EXPECT_EQ(error, (json{{"type", "write"}, {"message", error["message"]}, {"exitCode", 1}}));
@@ -355,7 +361,7 @@ protected:
     {
         std::vector<std::string> lines;
         WaitUntil([&] {
-            lines = Split(ReadFile(run.Path("out")));
+            lines = Split(ReadIfThere(run.Path("out")));
             return lines.size() >= count;
         }, 20s);
         return lines;
@@ -364,11 +370,11 @@ protected:
     // The exit code once nimhost ended; -1 when it did not within 20 s.
     int ExitCode() const
     {
-        const bool ended = WaitUntil([this] { return ReadFile(run.Path("rc")).find('\n') != std::string::npos; }, 20s);
-        return ended ? std::stoi(ReadFile(run.Path("rc"))) : -1;
+        const bool ended = WaitUntil([this] { return ReadIfThere(run.Path("rc")).find('\n') != std::string::npos; }, 20s);
+        return ended ? std::stoi(ReadIfThere(run.Path("rc"))) : -1;
     }
 
-    TempDirectory run;
+    ScratchDirectory run;
     const std::string time = R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3})";
 };
 
@@ -415,7 +421,7 @@ TEST_F(NimhostWatch, TextLinesAndRepeatedLibraryMessagesPrintedOnceWithTheirCoun
         << lines[2];
     Zel::Test::Run("kill -TERM $(cat " + run.Path("pid") + ")");
     EXPECT_EQ(ExitCode(), 0);
-    const std::string err = ReadFile(run.Path("err"));
+    const std::string err = ReadIfThere(run.Path("err"));
     const std::regex message(R"(\[3\] [\w.]+: Error \w+\(\) for device 2, port 1 \(/sys/class/net/eth1/(speed|duplex)\): )"
                              R"(errno 22( \((\d+) times\))?)");
     std::size_t first = 0;
@@ -469,10 +475,10 @@ TEST_P(NimhostWatchEvents, ChangesFollowTheKernelsNotifications)
                 ++found;
             }
         }
-        return found == row.expected.size() && ReadFile(run.Path("err")).find(row.error) != std::string::npos;
+        return found == row.expected.size() && ReadIfThere(run.Path("err")).find(row.error) != std::string::npos;
     }, 8s); // below watch's 10 s re-read of every port, which would hide a missed notification
-    EXPECT_EQ(found, row.expected.size()) << ReadFile(run.Path("out"));
-    EXPECT_NE(ReadFile(run.Path("err")).find(row.error), std::string::npos) << ReadFile(run.Path("err"));
+    EXPECT_EQ(found, row.expected.size()) << ReadIfThere(run.Path("out"));
+    EXPECT_NE(ReadIfThere(run.Path("err")).find(row.error), std::string::npos) << ReadIfThere(run.Path("err"));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -523,7 +529,18 @@ TEST_F(NimhostReport, MetricsPassPromtoolAndLeaveUnknownValuesOut)
     EXPECT_EQ(Nimhost({"metrics"}).out.substr(0, 200), text.substr(0, 200));
     text = std::regex_replace(text, std::regex(R"(^nim_collection_duration_seconds \d.*$)", std::regex::multiline),
                               "nim_collection_duration_seconds T");
-    const std::string failed = R"(exception="Zel::System::Commons::InvalidOperationException"} 1)";
+    // eth0's block has no dns line; eth1's (dhcp) and lo's none of the values.
+    std::string failed;
+    const auto fail = [&failed](const char* device, const char* query) {
+        failed += fmt::format(R"(nim_query_failed{{device="{}",query="IIpConfigModule::Get{}",exception=)"
+                              R"("Zel::System::Commons::InvalidOperationException"}} 1)" "\n", device, query);
+    };
+    fail(R"(1",interface="eth0)", "DnsNameservers");
+    for (const char* device : {R"(2",interface="eth1)", R"(3",interface="lo)"}) {
+        for (const char* query : {"IpAddress", "SubnetMask", "DefaultGateway", "DnsNameservers"}) {
+            fail(device, query);
+        }
+    }
     EXPECT_EQ(text, R"(# HELP nim_device_info Texts of an Ethernet device as the plug-in reports them; always 1.
 # TYPE nim_device_info gauge
 nim_device_info{device="1",interface="eth0",public_name="X1",mac_address="02:00:00:00:00:01",interface_type="Ethernet"} 1
@@ -554,19 +571,16 @@ nim_ip_config_differs{device="1",interface="eth0",field="netmask"} 0
 nim_ip_config_differs{device="1",interface="eth0",field="gateway"} 1
 # HELP nim_query_failed 1 for each query of the plug-in that threw in this collection, with the exception's type.
 # TYPE nim_query_failed gauge
-nim_query_failed{device="1",interface="eth0",query="IIpConfigModule::GetDnsNameservers",)" + failed + R"(
-nim_query_failed{device="2",interface="eth1",query="IIpConfigModule::GetIpAddress",)" + failed + R"(
-nim_query_failed{device="2",interface="eth1",query="IIpConfigModule::GetSubnetMask",)" + failed + R"(
-nim_query_failed{device="2",interface="eth1",query="IIpConfigModule::GetDefaultGateway",)" + failed + R"(
-nim_query_failed{device="2",interface="eth1",query="IIpConfigModule::GetDnsNameservers",)" + failed + R"(
-nim_query_failed{device="3",interface="lo",query="IIpConfigModule::GetIpAddress",)" + failed + R"(
-nim_query_failed{device="3",interface="lo",query="IIpConfigModule::GetSubnetMask",)" + failed + R"(
-nim_query_failed{device="3",interface="lo",query="IIpConfigModule::GetDefaultGateway",)" + failed + R"(
-nim_query_failed{device="3",interface="lo",query="IIpConfigModule::GetDnsNameservers",)" + failed + R"(
-# HELP nim_collection_duration_seconds How long asking the plug-in's modules took.
+)" + failed + R"(# HELP nim_collection_duration_seconds How long asking the plug-in's modules took.
 # TYPE nim_collection_duration_seconds gauge
 nim_collection_duration_seconds T
 )");
+    // The other speed codes in bytes per second too.
+    for (const auto& [mbits, bytes] : {std::pair{"10\n", " 1250000\n"}, std::pair{"1000\n", " 125000000\n"}}) {
+        WriteFile(port + "speed", mbits);
+        EXPECT_NE(Nimhost({"metrics"}).out.find(R"(nim_port_speed_bytes{device="3",interface="lo",port="1"})" +
+                                                std::string(bytes)), std::string::npos) << mbits;
+    }
 }
 
 // ---- without a settings file ----
@@ -585,15 +599,12 @@ TEST_F(NimhostDefaults, EveryInterfaceButLoIsADeviceWithOneSysfsPort)
     const auto paths = Parse(RunNimhost({"settings", "--json"}))["Zel.Hardware.Nim.Modules.IEthernetInfoModule"];
     for (std::size_t i = 0; i < expected.size(); ++i) {
         SCOPED_TRACE(expected[i]);
+        const auto& name = expected[i];
         const auto& device = document["devices"][i];
-        EXPECT_EQ(device["interfaceName"], expected[i]);
-        EXPECT_EQ(device["publicName"], expected[i]);
-        EXPECT_EQ(device["interfaceType"], 1);
-        EXPECT_EQ(device["macAddress"], Mac(expected[i]));
-        ASSERT_EQ(device["ports"].size(), 1U);
-        EXPECT_EQ(device["ports"][0]["mode"], "sysFile");
-        EXPECT_EQ(device["ports"][0]["publicName"], expected[i]);
-        EXPECT_EQ(paths["path." + std::to_string(i + 1) + ".1.sysFile"], "/sys/class/net/" + expected[i] + "/");
+        EXPECT_EQ(json({device["interfaceName"], device["publicName"], device["interfaceType"], device["macAddress"],
+                        device["ports"].size(), device["ports"][0]["mode"], device["ports"][0]["publicName"],
+                        paths["path." + std::to_string(i + 1) + ".1.sysFile"]}),
+                  json({name, name, 1, Mac(name), 1, "sysFile", name, "/sys/class/net/" + name + "/"}));
     }
 
     // The generic sysfs example runs on a board with its interfaces.

@@ -1,64 +1,16 @@
 // Runs the nimhost executable as a user would, through the shell (and the
-// cross emulator in the armhf build), with its output in temporary files.
+// cross emulator in the armhf build), with its output in scratch files.
 #pragma once
 
 #include "Sandbox.hpp"
+#include "ScratchDirectory.hpp"
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace Zel::Test {
 
-inline std::string ReadFile(const std::string& path)
-{
-    std::ostringstream text;
-    text << std::ifstream(path, std::ios::binary).rdbuf();
-    return text.str();
-}
-
-inline void WriteFile(const std::string& path, const std::string& content)
-{
-    if (!(std::ofstream(path, std::ios::binary | std::ios::trunc) << content)) {
-        throw std::runtime_error("cannot write " + path);
-    }
-}
-
-// A directory under /tmp, removed with everything in it.
-class TempDirectory {
-public:
-    TempDirectory() : path((std::filesystem::temp_directory_path() / "nimhost-test-XXXXXX").string())
-    {
-        if (::mkdtemp(path.data()) == nullptr) {
-            throw std::runtime_error("mkdtemp failed");
-        }
-    }
-    ~TempDirectory()
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(path, ignored);
-    }
-    TempDirectory(const TempDirectory&) = delete;
-    TempDirectory& operator=(const TempDirectory&) = delete;
-
-    std::string Path(const std::string& name) const { return path + "/" + name; }
-    // Writes the file and returns its full path.
-    std::string Write(const std::string& name, const std::string& content) const
-    {
-        WriteFile(Path(name), content);
-        return Path(name);
-    }
-
-private:
-    std::string path;
-};
-
-// The shell command that runs nimhost with these arguments, killed after 60 s
-// (the cross build runs it under qemu).
+// The shell command that runs nimhost with these arguments, killed after 60 s.
 inline std::string NimhostCommand(const std::vector<std::string>& arguments)
 {
     std::string command = "timeout -s KILL 60 " NIMHOST_COMMAND;
@@ -80,9 +32,9 @@ struct NimhostResult {
 
 inline NimhostResult RunNimhost(const std::vector<std::string>& arguments)
 {
-    const TempDirectory output;
+    const ScratchDirectory output("nimhost-test");
     const int code = Run(NimhostCommand(arguments) + " >" + output.Path("out") + " 2>" + output.Path("err"));
-    return {code, ReadFile(output.Path("out")), ReadFile(output.Path("err"))};
+    return {code, output.Read("out"), output.Read("err")};
 }
 
 } // namespace Zel::Test

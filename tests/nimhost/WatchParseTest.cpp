@@ -1,13 +1,13 @@
 // The rtnetlink link-message parser on hand-built datagrams, and the label
 // escaping of the metrics text.
 #include "LinkEvents.hpp"
+#include "LogDigest.hpp"
 #include "PrometheusText.hpp"
 
 #include <gtest/gtest.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -23,38 +23,34 @@ void Append(Bytes& bytes, const T& value)
     bytes.insert(bytes.end(), raw, raw + sizeof value);
 }
 
-void Pad(Bytes& bytes)
+// A netlink message of this type around the body.
+Bytes Message(std::uint16_t type, const Bytes& body)
 {
-    bytes.resize(NLMSG_ALIGN(bytes.size()), 0);
+    Bytes message;
+    Append(message, nlmsghdr{static_cast<std::uint32_t>(NLMSG_HDRLEN + body.size()), type, 0, 0, 0});
+    message.insert(message.end(), body.begin(), body.end());
+    return message;
 }
 
-// One link message: header, ifinfomsg, optionally IFLA_IFNAME (with its
-// terminating zero) and an unrelated attribute before it.
-Bytes LinkMessage(std::uint16_t type, int index, const std::string& name, unsigned int flags = 0)
+// One link message: ifinfomsg, an unrelated attribute, and IFLA_IFNAME with
+// its terminating zero when named; `nameLength` overrides its length field.
+Bytes LinkMessage(std::uint16_t type, int index, const std::string& name, unsigned int flags = 0,
+                  std::uint16_t nameLength = 0)
 {
     Bytes body;
     ifinfomsg info{};
     info.ifi_index = index;
     info.ifi_flags = flags;
     Append(body, info);
-    Pad(body);
-    const rtattr mtu{static_cast<unsigned short>(RTA_LENGTH(4)), IFLA_MTU};
-    Append(body, mtu);
+    Append(body, rtattr{static_cast<unsigned short>(RTA_LENGTH(4)), IFLA_MTU});
     Append(body, 1500U);
     if (!name.empty()) {
-        const rtattr attribute{static_cast<unsigned short>(RTA_LENGTH(name.size() + 1)), IFLA_IFNAME};
-        Append(body, attribute);
-        body.insert(body.end(), name.begin(), name.end());
-        body.push_back(0);
-        Pad(body);
+        const auto length = static_cast<unsigned short>(RTA_LENGTH(name.size() + 1));
+        Append(body, rtattr{nameLength != 0 ? nameLength : length, IFLA_IFNAME});
+        body.insert(body.end(), name.c_str(), name.c_str() + name.size() + 1);
+        body.resize(NLMSG_ALIGN(body.size()), 0);
     }
-    Bytes message;
-    nlmsghdr header{};
-    header.nlmsg_len = static_cast<std::uint32_t>(NLMSG_HDRLEN + body.size());
-    header.nlmsg_type = type;
-    Append(message, header);
-    message.insert(message.end(), body.begin(), body.end());
-    return message;
+    return Message(type, body);
 }
 
 Bytes Join(std::initializer_list<Bytes> parts)
@@ -70,26 +66,6 @@ Bytes Cut(Bytes bytes, std::size_t keep)
 {
     bytes.resize(keep);
     return bytes;
-}
-
-// The name attribute's length field made to run past the message.
-Bytes LongName()
-{
-    Bytes message = LinkMessage(RTM_NEWLINK, 3, "eth1");
-    const std::size_t at = NLMSG_HDRLEN + NLMSG_ALIGN(sizeof(ifinfomsg)) + RTA_LENGTH(4);
-    const std::uint16_t tooLong = 200;
-    std::memcpy(message.data() + at, &tooLong, sizeof tooLong);
-    return message;
-}
-
-Bytes Overrun()
-{
-    Bytes message;
-    nlmsghdr header{};
-    header.nlmsg_len = NLMSG_HDRLEN;
-    header.nlmsg_type = NLMSG_OVERRUN;
-    Append(message, header);
-    return message;
 }
 
 using Kind = LinkEvent::Kind;
@@ -109,11 +85,11 @@ TEST(WatchParse, LinkMessagesGiveTheirKindIndexNameAndFlagsAndAFaultMarksTheBatc
          Join({eth0, LinkMessage(RTM_NEWADDR, 2, "eth0"), LinkMessage(RTM_DELLINK, 3, "eth1")}),
          {{Kind::NewLink, 2, "eth0", 0x1043}, {Kind::DelLink, 3, "eth1", 0}},
          false},
-        {"the kernel's overrun message", Join({Overrun(), eth0}), {{Kind::NewLink, 2, "eth0", 0x1043}}, true},
+        {"the kernel's overrun message", Join({Message(NLMSG_OVERRUN, {}), eth0}), {{Kind::NewLink, 2, "eth0", 0x1043}}, true},
         {"a datagram cut inside the second header", Join({eth0, Cut(eth0, 8)}), {{Kind::NewLink, 2, "eth0", 0x1043}},
          true},
         {"a message shorter than its ifinfomsg", Cut(eth0, NLMSG_HDRLEN + 4), {}, true},
-        {"an attribute running past the message", LongName(), {}, true},
+        {"an attribute running past the message", LinkMessage(RTM_NEWLINK, 3, "eth1", 0, 200), {}, true},
         {"a header claiming more than the datagram", Cut(eth0, eth0.size() - 4), {}, true},
         {"nothing", {}, {}, false},
     };
@@ -138,6 +114,37 @@ TEST(WatchParse, MetricsTextEscapesLabelValuesAndLeavesEmptyFamiliesOut)
                            "nim_port_info{public_name=\"a\\\"b\\\\c\\nd\"} 1\n"
                            "# HELP nim_port_speed_bytes Speed.\n# TYPE nim_port_speed_bytes gauge\n"
                            "nim_port_speed_bytes 125000000\nnim_port_speed_bytes 0.25\n");
+}
+
+// News once; repeats counted and told when they stop coming in a round or at
+// the end; debug lines every time; lines above the print level only kept.
+TEST(WatchParse, LogDigestPrintsNewsOnceAndTellsHowOftenItCame)
+{
+    std::FILE* out = std::tmpfile();
+    ASSERT_NE(out, nullptr);
+    LogDigest digest(7, out);
+    digest.Silence("said by nimhost");
+    for (const char* text : {"again", "again", "again", "once", "said by nimhost"}) {
+        digest.Write(3, "A", text);
+    }
+    digest.Write(7, "B", "debug");
+    digest.Write(7, "B", "debug");
+    digest.Write(8, "B", "trace");
+    digest.EndRound();
+    digest.Write(3, "A", "again");
+    digest.EndRound(); // "once" did not come: forgotten
+    for (const char* text : {"once", "twice", "twice"}) {
+        digest.Write(3, "A", text);
+    }
+    digest.EndRound(); // "again" did not come: its count is told
+    digest.Finish();
+    std::string text(4096, '\0');
+    std::rewind(out);
+    text.resize(std::fread(text.data(), 1, text.size(), out));
+    std::fclose(out);
+    EXPECT_EQ(text, "[3] A: again\n[3] A: once\n[7] B: debug\n[7] B: debug\n[3] A: once\n[3] A: twice\n"
+                    "[3] A: again (4 times)\n[3] A: twice (2 times)\n");
+    EXPECT_EQ(digest.TextsSince(9, 3), (std::vector<std::string>{"once", "twice", "twice"}));
 }
 
 } // namespace
