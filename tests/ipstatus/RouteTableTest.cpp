@@ -104,17 +104,12 @@ const GatewayCase gatewayCases[] = {
 INSTANTIATE_TEST_SUITE_P(Cases, RouteTable, ::testing::ValuesIn(gatewayCases),
                          [](const auto& info) { return std::string(info.param.what); });
 
-TEST(RouteTableTrace, EveryMatchingLineIsTracedWithItsHexValue)
+TEST(RouteTableTrace, EveryMatchingLineIsTracedWithItsHexValueAndAnUnreadableTableLeavesTheResult)
 {
     Zel::Test::LogCapture capture(8);
     EXPECT_EQ(GatewayFrom(table, "eth0").second, "10.0.0.2");
     EXPECT_TRUE(capture.Contains(8, gatewayTrace + "Default Gateway is 0100000A, 0x100000A"));
     EXPECT_TRUE(capture.Contains(8, gatewayTrace + "Default Gateway is 0200000A, 0x200000A"));
-}
-
-TEST(RouteTableFailure, UnreadableTableIsAFailureThatLeavesTheResult)
-{
-    Zel::Test::LogCapture capture(8);
     BasicString result("unchanged");
     EXPECT_EQ(IpStatusSocketAccess(BasicString(missingTable)).GetCurrentDefaultGateway(1, 1, "eth0", result), 1);
     EXPECT_EQ(result, "unchanged");
