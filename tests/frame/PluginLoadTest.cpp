@@ -85,11 +85,9 @@ TEST(LoadedPlugin, CreatesTheFourModulesByNameInOrderEachOfItsInterfaceAcrossThe
     }
 }
 
-TEST(SharedModuleLibraryLoader, ReportsAFileThatCannotBeLoadedOrHasNoEntryPoint)
+// A file that cannot be loaded at all is nimhost's case (NimhostCliTest.cpp).
+TEST(SharedModuleLibraryLoader, ReportsALibraryWithoutTheEntryPoint)
 {
-    EXPECT_THAT([] { SharedModuleLibraryLoader loader("/nonexistent/libZel.None.so", AppDomain::GetInstance()); },
-                ThrowsMessage<InvalidOperationException>(
-                    StartsWith("Could not load library '/nonexistent/libZel.None.so': ")));
     const BasicString file = ZEL_NO_ENTRY_POINT_FILE;
     EXPECT_THAT([&] { SharedModuleLibraryLoader loader(file, AppDomain::GetInstance()); },
                 ThrowsMessage<InvalidOperationException>(

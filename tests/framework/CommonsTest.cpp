@@ -133,18 +133,14 @@ TEST(NimTypes, AssignModesAreIfupdownMethodWordsAndInterfaceTypesTheirNames)
 
 TEST(NimTypes, AValueWithoutANameOrAnUnknownWordFailsTheStream)
 {
-    bool failed = false;
-    EXPECT_EQ(Write(static_cast<IpAssignMode>(6), failed), "");
-    EXPECT_TRUE(failed);
-    EXPECT_EQ(Write(static_cast<IpAssignMode>(255), failed), "");
-    EXPECT_TRUE(failed);
-    EXPECT_EQ(Write(static_cast<NetworkInterfaceType>(6), failed), "");
-    EXPECT_TRUE(failed);
-    EXPECT_EQ(Write(static_cast<AccessErrorCode>(3), failed), "");
-    EXPECT_TRUE(failed);
-    // Link codes are numbers at heart; an unnamed one is written as such.
-    EXPECT_EQ(Write(static_cast<LinkState>(7), failed), "7");
-    EXPECT_FALSE(failed);
+    bool failed[5] = {};
+    EXPECT_EQ(Write(static_cast<IpAssignMode>(6), failed[0]) + Write(static_cast<IpAssignMode>(255), failed[1]) +
+                  Write(static_cast<NetworkInterfaceType>(6), failed[2]) +
+                  Write(static_cast<AccessErrorCode>(3), failed[3]) + "|" +
+                  // Link codes are numbers at heart; an unnamed one is written as such.
+                  Write(static_cast<LinkState>(7), failed[4]),
+              "|7");
+    EXPECT_THAT(failed, ::testing::ElementsAre(true, true, true, true, false));
 
     for (const char* word : {"DHCP", "Static", "dhcp4", "1", ""}) {
         SCOPED_TRACE(word);

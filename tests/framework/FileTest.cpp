@@ -2,6 +2,8 @@
 // keeps the destination's permission bits and owner, happens by renaming a
 // complete copy over it (an open reader keeps the old content), and leaves
 // nothing behind when it fails.
+#include "ScratchDirectory.hpp"
+
 #include <Zel/System/Commons/Io/File.hpp>
 
 #include <gmock/gmock.h>
@@ -13,8 +15,6 @@
 
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <set>
 #include <string>
 
@@ -25,45 +25,30 @@ using ::testing::UnorderedElementsAre;
 
 class FileCopy : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        ASSERT_NE(::mkdtemp(dir.data()), nullptr);
-        source = dir + "/source";
-        destination = dir + "/interfaces";
-    }
-    void TearDown() override { std::filesystem::remove_all(dir); }
-
     static void Write(const std::string& path, const std::string& content, mode_t mode = 0644)
     {
-        std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
+        Zel::Test::WriteFile(path, content);
         ASSERT_EQ(::chmod(path.c_str(), mode), 0);
     }
-
-    static std::string Read(const std::string& path)
-    {
-        std::ifstream in(path, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    }
-
     static struct stat Stat(const std::string& path)
     {
         struct stat info {};
         EXPECT_EQ(::stat(path.c_str(), &info), 0) << path;
         return info;
     }
-
     std::set<std::string> Entries() const
     {
         std::set<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+        for (const auto& entry : std::filesystem::directory_iterator(scratch.Path(""))) {
             names.insert(entry.path().filename().string());
         }
         return names;
     }
 
-    std::string dir = std::filesystem::temp_directory_path().string() + "/zel-file-XXXXXX";
-    std::string source;
-    std::string destination;
+    Zel::Test::ScratchDirectory scratch{"zel-file"};
+    const std::string dir = scratch.Path("").substr(0, scratch.Path("").size() - 1);
+    const std::string source = scratch.Path("source");
+    const std::string destination = scratch.Path("interfaces");
 };
 
 TEST_F(FileCopy, ReplacingRenamesACompleteCopyKeepingTheDestinationsModeAndOwner)
@@ -86,7 +71,7 @@ TEST_F(FileCopy, ReplacingRenamesACompleteCopyKeepingTheDestinationsModeAndOwner
     EXPECT_STREQ(buffer, "old");
     ::close(reader);
     const struct stat replaced = Stat(destination);
-    EXPECT_EQ(Read(destination), std::string(100000, 'n'));
+    EXPECT_EQ(Zel::Test::ReadFile(destination), std::string(100000, 'n'));
     EXPECT_EQ(replaced.st_mode & 07777, 0640U);
     EXPECT_EQ(Stat(source).st_mode & 07777, 0600U);
     if (root) {
@@ -124,7 +109,7 @@ TEST_F(FileCopy, AFailedCopyLeavesTheDirectoryAsItWas)
         if (f.error != 0) {
             EXPECT_EQ(errno, f.error);
         }
-        EXPECT_EQ(Read(destination), "old");
+        EXPECT_EQ(Zel::Test::ReadFile(destination), "old");
         EXPECT_THAT(Entries(), UnorderedElementsAre("source", "interfaces"));
     }
 

@@ -76,17 +76,12 @@ TEST(IpStatusModuleQueries, StatusOneBecomesInvalidOperationNamingTheQuery)
 }
 
 // GetDeviceIpAddress goes through the virtual slot of GetIpAddress.
-class RelabelledIpStatus : public IpStatusModule {
-public:
-    BasicString GetIpAddress(unsigned int device) const override
-    {
-        return BasicString("198.51.100.") + std::to_string(device);
-    }
-};
-
 TEST(IpStatusDeviceIpAddress, FollowsAnOverrideOfGetIpAddress)
 {
-    EXPECT_EQ(RelabelledIpStatus().GetDeviceIpAddress(7), "198.51.100.7");
+    struct Relabelled : IpStatusModule {
+        BasicString GetIpAddress(unsigned int device) const override { return "198.51.100." + std::to_string(device); }
+    };
+    EXPECT_EQ(Relabelled().GetDeviceIpAddress(7), "198.51.100.7");
 }
 
 } // namespace

@@ -4,18 +4,16 @@
 #include "Modules/Commons/Linux/IpStatusSocketAccess.hpp"
 
 #include "MemoryLogSink.hpp"
+#include "ScratchDirectory.hpp"
 
 #include <gtest/gtest.h>
 
 #include <fmt/format.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 
 #include <sys/resource.h>
-#include <unistd.h>
 
 namespace {
 
@@ -51,12 +49,10 @@ const std::string table =
 // on a table file holding contents.
 std::pair<int, std::string> GatewayFrom(const std::string& contents, const std::string& interfaceName)
 {
-    char path[] = "/tmp/ipstatus-route-XXXXXX";
-    ::close(::mkstemp(path));
-    std::ofstream(path, std::ios::binary) << contents;
+    const Zel::Test::ScratchDirectory scratch("ipstatus-route");
     BasicString result("unchanged");
-    const int status = IpStatusSocketAccess(BasicString(path)).GetCurrentDefaultGateway(1, 1, interfaceName, result);
-    ::unlink(path);
+    const int status = IpStatusSocketAccess(BasicString(scratch.Write("route", contents)))
+                           .GetCurrentDefaultGateway(1, 1, interfaceName, result);
     return {status, result};
 }
 
@@ -108,17 +104,12 @@ const GatewayCase gatewayCases[] = {
 INSTANTIATE_TEST_SUITE_P(Cases, RouteTable, ::testing::ValuesIn(gatewayCases),
                          [](const auto& info) { return std::string(info.param.what); });
 
-TEST(RouteTableTrace, EveryMatchingLineIsTracedWithItsHexValue)
+TEST(RouteTableTrace, EveryMatchingLineIsTracedWithItsHexValueAndAnUnreadableTableLeavesTheResult)
 {
     Zel::Test::LogCapture capture(8);
     EXPECT_EQ(GatewayFrom(table, "eth0").second, "10.0.0.2");
     EXPECT_TRUE(capture.Contains(8, gatewayTrace + "Default Gateway is 0100000A, 0x100000A"));
     EXPECT_TRUE(capture.Contains(8, gatewayTrace + "Default Gateway is 0200000A, 0x200000A"));
-}
-
-TEST(RouteTableFailure, UnreadableTableIsAFailureThatLeavesTheResult)
-{
-    Zel::Test::LogCapture capture(8);
     BasicString result("unchanged");
     EXPECT_EQ(IpStatusSocketAccess(BasicString(missingTable)).GetCurrentDefaultGateway(1, 1, "eth0", result), 1);
     EXPECT_EQ(result, "unchanged");
@@ -145,15 +136,13 @@ TEST(IpStatusDeviceCheck, NumbersOutsideOneToCountAreRejected)
         EXPECT_EQ(access.GetCurrentDefaultGateway(c.device, c.count, "eth0", result), 1);
         EXPECT_EQ(capture.Contains(3, gatewayTrace + fmt::format("Invalid device number {}", c.device)), c.rejected);
         if (c.rejected) {
+            const std::string number = fmt::format(" {}", c.device);
             EXPECT_EQ(access.GetCurrentIpAdress(c.device, c.count, "lo", result), 1);
             EXPECT_EQ(access.GetCurrentSubnetMask(c.device, c.count, "lo", result), 1);
             EXPECT_EQ(access.GetSettingFromSocket(c.device, c.count, "lo", 0x8915, result), 1);
-            EXPECT_EQ(capture.Count(3, fmt::format("IpStatusSocketAccess::GetSettingFromSocket(): Invalid device "
-                                                   "number {}",
-                                                   c.device)),
-                      3u);
-            EXPECT_TRUE(capture.Contains(8, fmt::format("IpStatusSocketAccess::GetCurrentIpAdress(): {}", c.device)));
-            EXPECT_TRUE(capture.Contains(8, fmt::format("IpStatusSocketAccess::GetCurrentSubnetMask(): {}", c.device)));
+            EXPECT_EQ(capture.Count(3, "IpStatusSocketAccess::GetSettingFromSocket(): Invalid device number" + number), 3u);
+            EXPECT_TRUE(capture.Contains(8, "IpStatusSocketAccess::GetCurrentIpAdress():" + number));
+            EXPECT_TRUE(capture.Contains(8, "IpStatusSocketAccess::GetCurrentSubnetMask():" + number));
         }
         EXPECT_EQ(result, "unchanged");
     }
@@ -197,10 +186,9 @@ TEST(IpStatusDescriptors, ASocketThatCannotBeOpenedIsAFailure)
 TEST(IpStatusFormatIpParameter, LowestByteIsTheFirstOctet)
 {
     const IpStatusSocketAccess access;
-    EXPECT_EQ(access.FormatIpParameter(0x0102A8C0u), "192.168.2.1");
-    EXPECT_EQ(access.FormatIpParameter(0xFFFFFFFFu), "255.255.255.255");
-    EXPECT_EQ(access.FormatIpParameter(0x80000000u), "0.0.0.128");
-    EXPECT_EQ(access.FormatIpParameter(0x0A0B0C0Du), "13.12.11.10");
+    EXPECT_EQ(fmt::format("{} {} {}", access.FormatIpParameter(0xFFFFFFFFu), access.FormatIpParameter(0x80000000u),
+                          access.FormatIpParameter(0x0A0B0C0Du)),
+              "255.255.255.255 0.0.0.128 13.12.11.10");
 }
 
 } // namespace
