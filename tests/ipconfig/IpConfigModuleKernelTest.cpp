@@ -22,6 +22,8 @@
 #include <memory>
 #include <stdexcept>
 
+#include <sys/stat.h>
+
 namespace {
 
 using namespace Zel::Hardware::Commons::Modules;
@@ -150,6 +152,8 @@ TEST_F(IpConfigModuleSandbox, MissingFileOrValuesFailGettersAndSetters)
     EXPECT_EQ(AccessErrorCode::Failed, ipConfig->SetIpAssignMode(1, IpAssignMode::Dhcp));
     EXPECT_TRUE(capture.Contains(7, "IpConfigModule::SetIpAssignMode(): WriteValueToInterface() returned 1"));
     EXPECT_EQ("", ReadFile(temporaryFile)) << "a missing file leaves the temporary file behind";
+    struct stat info {};
+    EXPECT_EQ(0600u, ::stat(temporaryFile.c_str(), &info) == 0 ? info.st_mode & 07777 : 0u) << "readable by root alone";
 
     const std::string content = "iface eth0 inet static\n    address 10.0.0.1\n    gateway   \niface eth1 inet dhcp";
     WriteFile(interfacesFile, content);
