@@ -18,7 +18,6 @@ if [ $# -lt 1 ] || ! [[ "$1" =~ ^[0-9]+$ ]] || [ "$1" -eq 0 ]; then
 fi
 seconds=$1
 shift
-selected=("$@")
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build=${ZEL_FUZZ_BUILD_DIR:-$root/build/fuzz}
 
@@ -30,21 +29,15 @@ cmake --build "$build" --target zel_fuzz_targets -j "${ZEL_FUZZ_JOBS:-2}"
 targets="$build/fuzz/targets.txt"
 [ -s "$targets" ] || { echo "fuzz/run.sh: no fuzz targets listed in $targets" >&2; exit 2; }
 
-wanted() {
-  [ ${#selected[@]} -eq 0 ] && return 0
-  local s
-  for s in "${selected[@]}"; do [ "$s" = "$1" ] && return 0; done
-  return 1
-}
-
-for s in ${selected[@]+"${selected[@]}"}; do
-  grep -q "^$s|" "$targets" || { echo "fuzz/run.sh: no fuzz target '$s' (see $targets)" >&2; exit 2; }
-done
+# The lines of the named targets (all without names), a misspelt name refused.
+lines=$(cat "$targets")
+if [ $# -gt 0 ]; then
+  lines=$(for s in "$@"; do grep "^$s|" "$targets" || { echo "fuzz/run.sh: no fuzz target '$s' (see $targets)" >&2; exit 2; }; done)
+fi
 
 status=0
 while IFS='|' read -r name exe corpus dictionary; do
   [ -n "$name" ] || continue
-  wanted "$name" || continue
   work="$build/runs/$name"
   mkdir -p "$work/corpus"
   args=(-max_total_time="$seconds" -artifact_prefix="$work/" -print_final_stats=1)
@@ -62,5 +55,5 @@ while IFS='|' read -r name exe corpus dictionary; do
     grep -E '^(stat::number_of_executed_units|Done )' "$work/log.txt" >&2 || true
     echo "fuzz/run.sh: $name clean" >&2
   fi
-done <"$targets"
+done <<<"$lines"
 exit "$status"

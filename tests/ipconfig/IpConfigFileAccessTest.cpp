@@ -24,8 +24,8 @@ const std::string twoInterfaces = "auto lo\niface lo inet loopback\n\n"
 
 class IpConfigFileAccessTest : public ::testing::Test {
 protected:
-    TempDir temp;
-    std::string file = temp.File("interfaces");
+    ScratchDirectory temp;
+    std::string file = temp.Path("interfaces");
     IpConfigFileAccess access{parameterOrder, file};
 };
 

@@ -47,8 +47,8 @@ TEST_P(IpConfigGolden, OneWriteGivesTheExpectedFileAndResult)
     ASSERT_EQ(result == 0, Exists((dir / "expected").string())) << "only a successful write has an expected file";
     const std::string expected = result == 0 ? ReadFile((dir / "expected").string()) : input;
 
-    TempDir temp;
-    const std::string file = temp.File("interfaces");
+    ScratchDirectory temp;
+    const std::string file = temp.Path("interfaces");
     WriteFile(file, input);
     EXPECT_EQ(result, IpConfigFileAccess(parameterOrder, file).WriteIpPara(fields[0], fields[1], fields[2]));
     EXPECT_EQ(expected, ReadFile(file));

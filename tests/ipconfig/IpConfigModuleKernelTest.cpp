@@ -16,21 +16,19 @@
 #include <Zel/System/Commons/AppDomain.hpp>
 #include <Zel/System/Commons/Exception.hpp>
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <memory>
 #include <stdexcept>
 
+#include <sys/stat.h>
+
 namespace {
 
-using Zel::Hardware::Commons::Modules::HardwareModuleProvider;
-using Zel::Hardware::Commons::Modules::IHardwareModule;
-using Zel::Hardware::Commons::Modules::ModuleSettings;
-using Zel::Hardware::Commons::Modules::SettingField;
-using Zel::Hardware::Nim::AccessErrorCode;
-using Zel::Hardware::Nim::IpAssignMode;
-using Zel::Hardware::Nim::Modules::IEthernetInfoModule;
-using Zel::Hardware::Nim::Modules::IIpConfigModule;
+using namespace Zel::Hardware::Commons::Modules;
+using namespace Zel::Hardware::Nim;
+using namespace Zel::Hardware::Nim::Modules;
 using Zel::System::Commons::InvalidOperationException;
 using Zel::Test::LogCapture;
 using namespace Zel::Test::IpConfig;
@@ -79,11 +77,10 @@ protected:
 TEST_F(IpConfigModuleSandbox, GettersReadTheValuesOfTheDevicesInterface)
 {
     WriteFile(interfacesFile, controllerFile);
-    EXPECT_EQ("255.255.255.0", ipConfig->GetSubnetMask(1));
-    EXPECT_EQ("192.168.10.1", ipConfig->GetDefaultGateway(1));
-    EXPECT_EQ("192.168.10.1 8.8.8.8", ipConfig->GetDnsNameservers(1));
-    EXPECT_EQ(IpAssignMode::Static, ipConfig->GetIpAssignMode(1));
-    EXPECT_EQ(IpAssignMode::Dhcp, ipConfig->GetIpAssignMode(2));
+    EXPECT_EQ("255.255.255.0|192.168.10.1|192.168.10.1 8.8.8.8|0|1",
+              fmt::format("{}|{}|{}|{}|{}", ipConfig->GetSubnetMask(1), ipConfig->GetDefaultGateway(1),
+                          ipConfig->GetDnsNameservers(1), static_cast<int>(ipConfig->GetIpAssignMode(1)),
+                          static_cast<int>(ipConfig->GetIpAssignMode(2))));
 
     LogCapture capture(8);
     EXPECT_EQ("192.168.10.5", ipConfig->GetIpAddress(1));
@@ -155,6 +152,8 @@ TEST_F(IpConfigModuleSandbox, MissingFileOrValuesFailGettersAndSetters)
     EXPECT_EQ(AccessErrorCode::Failed, ipConfig->SetIpAssignMode(1, IpAssignMode::Dhcp));
     EXPECT_TRUE(capture.Contains(7, "IpConfigModule::SetIpAssignMode(): WriteValueToInterface() returned 1"));
     EXPECT_EQ("", ReadFile(temporaryFile)) << "a missing file leaves the temporary file behind";
+    struct stat info {};
+    EXPECT_EQ(0600u, ::stat(temporaryFile.c_str(), &info) == 0 ? info.st_mode & 07777 : 0u) << "readable by root alone";
 
     const std::string content = "iface eth0 inet static\n    address 10.0.0.1\n    gateway   \niface eth1 inet dhcp";
     WriteFile(interfacesFile, content);

@@ -18,16 +18,11 @@
 
 namespace {
 
-using Zel::Hardware::Commons::Modules::HardwareModuleProvider;
-using Zel::Hardware::Commons::Modules::ModuleSettings;
+using namespace Zel::Hardware::Commons::Modules;
+using namespace Zel::Hardware::Nim;
+using namespace Zel::System::Commons;
+using namespace Zel::Test;
 using Zel::Hardware::Modules::Nim::Linux::IpConfigModule;
-using Zel::Hardware::Nim::AccessErrorCode;
-using Zel::Hardware::Nim::IpAssignMode;
-using Zel::System::Commons::BasicString;
-using Zel::System::Commons::Exception;
-using Zel::System::Commons::InvalidOperationException;
-using Zel::Test::LogCapture;
-using Zel::Test::StandInEthernetInfo;
 using Zel::Test::IpConfig::MessageOf;
 
 TEST(IpConfigModuleSetup, NeedsAnEthernetInfoModule)
@@ -35,14 +30,14 @@ TEST(IpConfigModuleSetup, NeedsAnEthernetInfoModule)
     LogCapture capture(8);
     IpConfigModule module;
     HardwareModuleProvider provider;
-    EXPECT_EQ("IpConfigModule::SetupSettings(): ethInfoModule is NULL!",
-              MessageOf<InvalidOperationException>([&] { module.SetupSettings(ModuleSettings(), provider); }));
-    // A module of another type under the Ethernet module's name is no
-    // Ethernet module.
-    IpConfigModule impostor;
-    provider.AddHardwareModule("Zel.Hardware.Nim.Modules.IEthernetInfoModule", impostor);
-    EXPECT_EQ("IpConfigModule::SetupSettings(): ethInfoModule is NULL!",
-              MessageOf<InvalidOperationException>([&] { module.SetupSettings(ModuleSettings(), provider); }));
+    IpConfigModule impostor; // another type under the Ethernet module's name is no Ethernet module
+    for (const bool withImpostor : {false, true}) {
+        if (withImpostor) {
+            provider.AddHardwareModule("Zel.Hardware.Nim.Modules.IEthernetInfoModule", impostor);
+        }
+        EXPECT_EQ("IpConfigModule::SetupSettings(): ethInfoModule is NULL!",
+                  MessageOf<InvalidOperationException>([&] { module.SetupSettings(ModuleSettings(), provider); }));
+    }
     EXPECT_EQ(2u, capture.Count(7, "IpConfigModule::SetupSettings()"));
     module.Dispose();
     EXPECT_TRUE(module.IsEnabled());

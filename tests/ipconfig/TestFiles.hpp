@@ -1,63 +1,19 @@
-// Helpers for the IP configuration tests: a private temporary directory per
-// test, whole-file reads and writes that keep every byte, exception texts.
+// What the IP configuration tests share beyond the scratch directory: the
+// parameter order the module hands its file access, and exception texts.
 #pragma once
+
+#include "ScratchDirectory.hpp"
 
 #include <Zel/System/Commons/BasicString.hpp>
 
-#include <filesystem>
 #include <functional>
-#include <fstream>
-#include <sstream>
-#include <stdexcept>
-#include <string>
 #include <vector>
-
-#include <stdlib.h>
 
 namespace Zel::Test::IpConfig {
 
-class TempDir {
-public:
-    TempDir()
-    {
-        std::string pattern = (std::filesystem::temp_directory_path() / "zel-ipconfig-XXXXXX").string();
-        if (::mkdtemp(pattern.data()) == nullptr) {
-            throw std::runtime_error("mkdtemp failed for " + pattern);
-        }
-        path = pattern;
-    }
-    ~TempDir()
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(path, ignored);
-    }
-    TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
-
-    std::string File(const std::string& name) const { return (path / name).string(); }
-
-private:
-    std::filesystem::path path;
-};
-
-inline std::string ReadFile(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        throw std::runtime_error("cannot read " + path);
-    }
-    std::ostringstream content;
-    content << in.rdbuf();
-    return content.str();
-}
-
-inline void WriteFile(const std::string& path, const std::string& content)
-{
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    if (!(out << content).flush()) {
-        throw std::runtime_error("cannot write " + path);
-    }
-}
+using Zel::Test::ReadFile;
+using Zel::Test::ScratchDirectory;
+using Zel::Test::WriteFile;
 
 inline bool Exists(const std::string& path)
 {
@@ -65,7 +21,6 @@ inline bool Exists(const std::string& path)
     return std::filesystem::exists(std::filesystem::symlink_status(path, ignored));
 }
 
-// The parameter order the IP configuration module hands its file access.
 inline const std::vector<Zel::System::Commons::BasicString> parameterOrder{"address", "netmask", "gateway",
                                                                          "dns-nameservers"};
 

@@ -4,7 +4,7 @@
 // and the kernel reads themselves are in IpStatusKernelTest.cpp.
 #include "Modules/Nim/Linux/IpStatusModule.hpp"
 
-#include "../ipconfig/StandInEthernetInfo.hpp"
+#include "StandInEthernetInfo.hpp"
 #include "../ipconfig/TestFiles.hpp"
 #include "MemoryLogSink.hpp"
 

@@ -7,6 +7,7 @@
 // /etc/network/interfaces; a third races the first calls of many log channels.
 #include "MemoryLogSink.hpp"
 #include "Sandbox.hpp"
+#include "ScratchDirectory.hpp"
 #include "SpiEmulator.hpp"
 
 #include "Modules/Nim/Linux/EthernetInfoModule.hpp"
@@ -27,7 +28,6 @@
 #include <array>
 #include <atomic>
 #include <filesystem>
-#include <fstream>
 #include <mutex>
 #include <shared_mutex>
 #include <string>
@@ -95,7 +95,7 @@ public:
                  {"ksz/1/speed", "100\n"}, {"ksz/1/duplex", "full-duplex\n"}, {"ksz/2/speed", "unlinked"},
                  {"ksz/2/duplex", "unlinked"}, {"gpio/1/value", "1\n"}, {"gpio/2/value", "0\n"}}) {
             std::filesystem::create_directories(std::filesystem::path(Path(name)).parent_path());
-            std::ofstream(Path(name), std::ios::binary) << text;
+            Zel::Test::WriteFile(Path(name), text);
         }
         ModuleSettings settings;
         settings.AddSetting("mandatoryInterfaces", "7");
@@ -126,7 +126,6 @@ public:
         registry.RegisterNetworkComponent("opcua", 1);
         registry.RegisterNetworkComponent("web", 2);
     }
-    ~StressRig() { std::filesystem::remove_all(root); }
 
     // Every answer a reader can get: a line per device, the interface list, the registry.
     std::vector<std::string> Collect() const
@@ -156,17 +155,13 @@ public:
     }
 
     Zel::Hardware::Modules::Nim::Linux::NetworkComponentRegistrationModule& Registry() { return registry; }
+    // Devices 1 and 2 are on eth0 and eth1.
+    const Zel::Hardware::Commons::Modules::HardwareModuleProvider& Provider() const { return provider; }
 
 private:
-    std::string Path(const std::string& name) const { return root + "/" + name; }
+    std::string Path(const std::string& name) const { return scratch.Path(name); }
 
-    std::string root = [] {
-        std::string pattern = (std::filesystem::temp_directory_path() / "zel-stress-XXXXXX").string();
-        if (mkdtemp(pattern.data()) == nullptr) {
-            throw std::runtime_error("mkdtemp failed");
-        }
-        return pattern;
-    }();
+    Zel::Test::ScratchDirectory scratch{"zel-stress"};
     Zel::Test::SpiDevice spi8794;
     Zel::Test::SpiDevice spi8863;
     Zel::Hardware::Commons::Modules::HardwareModuleProvider provider;
@@ -256,35 +251,23 @@ TEST(ConcurrentSetters, EverySetterSucceedsAndReadersSeeOnlyWholeValues)
 {
     ZEL_REQUIRE_SANDBOX();
     Zel::Test::LogCapture capture(8);
-    std::ofstream("/etc/network/interfaces", std::ios::trunc)
-        << "auto eth0\niface eth0 inet static\n    address 192.168.7.10\n    netmask 255.255.255.0\n"
+    Zel::Test::WriteFile("/etc/network/interfaces",
+        "auto eth0\niface eth0 inet static\n    address 192.168.7.10\n    netmask 255.255.255.0\n"
            "    gateway 192.168.7.1\n    dns-nameservers 192.168.7.1\n\n"
            "auto eth1\niface eth1 inet static\n    address 10.0.0.10\n    netmask 255.0.0.0\n"
-           "    gateway 10.0.0.1\n    dns-nameservers 10.0.0.1\n\n";
-    ModuleSettings settings;
-    settings.AddSetting("mandatoryInterfaces", "2");
-    Zel::Hardware::Commons::Modules::SettingField table("interfaces");
-    table.AddLine({"1", "X1", "eth0", "1", "unsupported", "", "Ethernet"});
-    table.AddLine({"2", "X2", "eth1", "1", "unsupported", "", "Ethernet"});
-    settings.AddSettingField("interfaces", table);
-    Zel::Hardware::Commons::Modules::HardwareModuleProvider provider;
-    Zel::Hardware::Modules::Nim::Linux::EthernetInfoModule ethernet;
-    ethernet.SetupSettings(settings, provider);
-    provider.AddHardwareModule(ethernet);
+           "    gateway 10.0.0.1\n    dns-nameservers 10.0.0.1\n\n");
+    StressRig rig;
     Zel::Hardware::Modules::Nim::Linux::IpConfigModule ipConfig;
-    ipConfig.SetupSettings(ModuleSettings(), provider);
+    ipConfig.SetupSettings(ModuleSettings(), rig.Provider());
 
-    using Setter = Zel::Hardware::Nim::AccessErrorCode (Zel::Hardware::Modules::Nim::Linux::IpConfigModule::*)(
-        unsigned int, const BasicString&);
-    using Getter = BasicString (Zel::Hardware::Modules::Nim::Linux::IpConfigModule::*)(unsigned int);
+    using Module = Zel::Hardware::Modules::Nim::Linux::IpConfigModule;
     struct Field {
         unsigned int device;
-        Setter set;
-        Getter get;
+        Zel::Hardware::Nim::AccessErrorCode (Module::*set)(unsigned int, const BasicString&);
+        BasicString (Module::*get)(unsigned int);
         const char* initial;
         std::array<const char*, 2> values; // set in turn; the first is the last one set
     };
-    using Module = Zel::Hardware::Modules::Nim::Linux::IpConfigModule;
     const std::array<Field, 4> fields{{
         {1, &Module::SetSubnetMask, &Module::GetSubnetMask, "255.255.255.0", {"255.255.0.0", "255.255.255.128"}},
         {1, &Module::SetDefaultGateway, &Module::GetDefaultGateway, "192.168.7.1", {"192.168.7.254", "192.168.7.2"}},
@@ -292,31 +275,29 @@ TEST(ConcurrentSetters, EverySetterSucceedsAndReadersSeeOnlyWholeValues)
         {2, &Module::SetDnsNameservers, &Module::GetDnsNameservers, "10.0.0.1", {"10.0.0.53 9.9.9.9", "10.0.0.2"}},
     }};
     constexpr int writesPerSetter = 40;
-    std::array<std::string, fields.size() * 2> failures;
+    std::array<std::string, fields.size() * 2> failures; // a setter, then a reader, for each field
     std::atomic<int> start{0};
     std::atomic<int> settersDone{0};
     std::vector<std::thread> threads;
-    for (std::size_t f = 0; f < fields.size(); ++f) {
-        threads.emplace_back([&, f] {
+    for (std::size_t r = 0; r < failures.size(); ++r) {
+        threads.emplace_back([&, r] {
+            const Field& field = fields[r % fields.size()];
             ArriveAndWait(start, static_cast<int>(failures.size()));
-            for (int i = writesPerSetter; i-- > 0 && failures[f].empty();) {
-                const char* value = fields[f].values[static_cast<std::size_t>(i % 2)];
-                if ((ipConfig.*fields[f].set)(fields[f].device, value) != Zel::Hardware::Nim::AccessErrorCode::Success) {
-                    failures[f] = fmt::format("setting {} failed", value);
+            for (int i = writesPerSetter; r < fields.size() && i-- > 0 && failures[r].empty();) {
+                const char* value = field.values[static_cast<std::size_t>(i % 2)];
+                if ((ipConfig.*field.set)(field.device, value) != Zel::Hardware::Nim::AccessErrorCode::Success) {
+                    failures[r] = fmt::format("setting {} failed", value);
                 }
             }
-            ++settersDone;
-        });
-        threads.emplace_back([&, f] {
-            ArriveAndWait(start, static_cast<int>(failures.size()));
-            while (settersDone.load() < static_cast<int>(fields.size()) && failures[fields.size() + f].empty()) {
+            settersDone += r < fields.size() ? 1 : 0;
+            while (r >= fields.size() && settersDone.load() < static_cast<int>(fields.size()) && failures[r].empty()) {
                 try {
-                    const BasicString got = (ipConfig.*fields[f].get)(fields[f].device);
-                    if (got != fields[f].initial && got != fields[f].values[0] && got != fields[f].values[1]) {
-                        failures[fields.size() + f] = fmt::format("read {}", got);
+                    const BasicString got = (ipConfig.*field.get)(field.device);
+                    if (got != field.initial && got != field.values[0] && got != field.values[1]) {
+                        failures[r] = fmt::format("read {}", got);
                     }
                 } catch (const std::exception& e) {
-                    failures[fields.size() + f] = e.what();
+                    failures[r] = e.what();
                 }
             }
         });
