@@ -121,8 +121,7 @@ int main(int argc, char** argv)
     // The measured benchmarks log at their default level only where they
     // test logging itself; anything else here is a failing query.
     std::cout << fmt::format("\nLog level {}; messages that reached the sink: {} (errors: {})\n",
-                             logManager->GetDefaultLogLevel(), Zel::Bench::Sink().Total(),
-                             Zel::Bench::Sink().Count(3));
+                             logManager->GetDefaultLogLevel(), Zel::Bench::Sink().Total(), Zel::Bench::Sink().Count(3));
     const bool met = Zel::Bench::PrintRatioTable(reporter.Results(), std::cout);
     return met ? 0 : 3;
 }

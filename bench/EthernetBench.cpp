@@ -116,9 +116,7 @@ void DeviceCount(benchmark::State& state)
         return;
     }
     auto& ethernet = Rig().ethernet;
-    Measure(state, [&] {
-        benchmark::DoNotOptimize(ethernet.GetDeviceCount());
-    });
+    Measure(state, [&] { benchmark::DoNotOptimize(ethernet.GetDeviceCount()); });
 }
 
 template <int Query>
@@ -183,23 +181,23 @@ ZEL_BENCH_AT_START(AddPair({"GetPortLinkState, sysFile port (pread 12 B)", "sysf
                             1.10, std::nullopt, 0.0, "≤ 1.10"}))
 ZEL_BENCH_AT_START(AddPair({"GetPortLinkSpeed, sysFile port (pread 12 B)", "sysfile/speed/lib", "sysfile/speed/bare",
                             1.10, std::nullopt, 0.0, "≤ 1.10"}))
-ZEL_BENCH_AT_START(AddPair({"GetPortLinkDuplex, sysFile port (pread 12 B)", "sysfile/duplex/lib",
-                            "sysfile/duplex/bare", 1.10, std::nullopt, 0.0, "≤ 1.10"}))
+ZEL_BENCH_AT_START(AddPair({"GetPortLinkDuplex, sysFile port (pread 12 B)", "sysfile/duplex/lib", "sysfile/duplex/bare",
+                            1.10, std::nullopt, 0.0, "≤ 1.10"}))
 ZEL_BENCH_AT_START(AddPair({"GetPortLinkState, I210 port (SIOCGIFFLAGS, kept socket)", "i210/state/lib",
                             "i210/state/bare", 1.10, std::nullopt, 0.0, "≤ 1.10"}))
 ZEL_BENCH_AT_START(AddPair({"GetPortLinkSpeed, I210 port (SIOCETHTOOL, kept socket)", "i210/speed/lib",
                             "i210/speed/bare", 1.10, std::nullopt, 0.0, "≤ 1.10"}))
 ZEL_BENCH_AT_START(AddPair({"GetPortLinkDuplex, I210 port (SIOCETHTOOL, kept socket)", "i210/duplex/lib",
                             "i210/duplex/bare", 1.10, std::nullopt, 0.0, "≤ 1.10"}))
-ZEL_BENCH_AT_START(AddPair({"GetDeviceCount (no system call)", "table/device_count/lib", "", std::nullopt, 100.0,
-                            0.0, "< 100 ns, 0 allocs"}))
-ZEL_BENCH_AT_START(AddPair({"GetInterfaceName \"eth0\" (no system call)", "table/interface_name/lib", "",
-                            std::nullopt, 100.0, 0.0, "< 100 ns, 0 allocs (inline string)"}))
-ZEL_BENCH_AT_START(AddPair({"GetMacAddress, 17 characters (no system call)", "table/mac_address/lib", "",
-                            std::nullopt, 100.0, 1.0, "< 100 ns, 1 alloc (the returned string)"}))
-ZEL_BENCH_AT_START(AddPair({"GetPortPublicName \"X1\" (no system call)", "table/port_public_name/lib", "",
-                            std::nullopt, 100.0, 0.0, "< 100 ns, 0 allocs (inline string)"}))
-ZEL_BENCH_AT_START(AddPair({"SetupSettings, 16 devices × 2 sysFile ports", "setup/16x2_sysfile/lib", "",
-                            std::nullopt, std::nullopt, std::nullopt, "report"}))
+ZEL_BENCH_AT_START(AddPair({"GetDeviceCount (no system call)", "table/device_count/lib", "", std::nullopt, 100.0, 0.0,
+                            "< 100 ns, 0 allocs"}))
+ZEL_BENCH_AT_START(AddPair({"GetInterfaceName \"eth0\" (no system call)", "table/interface_name/lib", "", std::nullopt,
+                            100.0, 0.0, "< 100 ns, 0 allocs (inline string)"}))
+ZEL_BENCH_AT_START(AddPair({"GetMacAddress, 17 characters (no system call)", "table/mac_address/lib", "", std::nullopt,
+                            100.0, 1.0, "< 100 ns, 1 alloc (the returned string)"}))
+ZEL_BENCH_AT_START(AddPair({"GetPortPublicName \"X1\" (no system call)", "table/port_public_name/lib", "", std::nullopt,
+                            100.0, 0.0, "< 100 ns, 0 allocs (inline string)"}))
+ZEL_BENCH_AT_START(AddPair({"SetupSettings, 16 devices × 2 sysFile ports", "setup/16x2_sysfile/lib", "", std::nullopt,
+                            std::nullopt, std::nullopt, "report"}))
 
 } // namespace Zel::Bench

@@ -71,30 +71,33 @@ void SetSubnetMaskBare(benchmark::State& state)
         return;
     }
     EnsureInterfacesFile(static_cast<int>(state.range(0)));
-    Measure(state, [&] {
-        std::free(::realpath(interfacesFile, nullptr));
-        const int directory = ::open("/etc/network", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        int done = ::flock(directory, LOCK_EX | LOCK_NB);
-        std::ifstream input(interfacesFile);
-        const int output = ::open(temporaryFile, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-        std::string content;
-        std::string line;
-        while (std::getline(input, line)) {
-            content.append(line).push_back('\n');
-        }
-        input.close();
-        benchmark::DoNotOptimize(::pwrite(output, content.data(), content.size(), 0));
-        struct stat info {};
-        done |= ::stat(interfacesFile, &info);
-        done |= ::fchmod(output, info.st_mode & 07777);
-        done |= ::fchown(output, info.st_uid, info.st_gid);
-        done |= ::fsync(output);
-        done |= ::close(output);
-        done |= ::rename(temporaryFile, interfacesFile);
-        done |= ::fsync(directory);
-        done |= ::close(directory);
-        benchmark::DoNotOptimize(done);
-    }, std::to_string(state.range(0)));
+    Measure(
+        state,
+        [&] {
+            std::free(::realpath(interfacesFile, nullptr));
+            const int directory = ::open("/etc/network", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+            int done = ::flock(directory, LOCK_EX | LOCK_NB);
+            std::ifstream input(interfacesFile);
+            const int output = ::open(temporaryFile, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+            std::string content;
+            std::string line;
+            while (std::getline(input, line)) {
+                content.append(line).push_back('\n');
+            }
+            input.close();
+            benchmark::DoNotOptimize(::pwrite(output, content.data(), content.size(), 0));
+            struct stat info {};
+            done |= ::stat(interfacesFile, &info);
+            done |= ::fchmod(output, info.st_mode & 07777);
+            done |= ::fchown(output, info.st_uid, info.st_gid);
+            done |= ::fsync(output);
+            done |= ::close(output);
+            done |= ::rename(temporaryFile, interfacesFile);
+            done |= ::fsync(directory);
+            done |= ::close(directory);
+            benchmark::DoNotOptimize(done);
+        },
+        std::to_string(state.range(0)));
 }
 
 } // namespace
@@ -108,11 +111,10 @@ ZEL_BENCH_AT_START(AddPair({"IpConfigModule::SetSubnetMask, 100-line file", "ipc
                             "ipconfig/set_netmask/bare/100", 1.3, std::nullopt, std::nullopt, "≤ 1.3"}))
 ZEL_BENCH_AT_START(AddPair({"IpConfigModule::SetSubnetMask, 1,000-line file", "ipconfig/set_netmask/lib/1000",
                             "ipconfig/set_netmask/bare/1000", 1.3, std::nullopt, std::nullopt, "≤ 1.3"}))
-ZEL_BENCH_AT_START(AddLinearGroup({"SetSubnetMask against the file's lines",
-                                   {10, 100, 1000},
-                                   {"ipconfig/set_netmask/lib/10", "ipconfig/set_netmask/lib/100",
-                                    "ipconfig/set_netmask/lib/1000"},
-                                   {"ipconfig/set_netmask/bare/10", "ipconfig/set_netmask/bare/100",
-                                    "ipconfig/set_netmask/bare/1000"}}))
+ZEL_BENCH_AT_START(AddLinearGroup(
+    {"SetSubnetMask against the file's lines",
+     {10, 100, 1000},
+     {"ipconfig/set_netmask/lib/10", "ipconfig/set_netmask/lib/100", "ipconfig/set_netmask/lib/1000"},
+     {"ipconfig/set_netmask/bare/10", "ipconfig/set_netmask/bare/100", "ipconfig/set_netmask/bare/1000"}}))
 
 } // namespace Zel::Bench

@@ -102,32 +102,35 @@ void GatewayBare(benchmark::State& state)
         return;
     }
     EnsureRoutes(static_cast<int>(state.range(0)));
-    Measure(state, [&] {
-        FILE* file = std::fopen("/proc/net/route", "r");
-        unsigned long gateway = 0;
-        bool found = false;
-        char line[100];
-        while (std::fgets(line, sizeof line, file) != nullptr) {
-            char* save = nullptr;
-            const char* name = strtok_r(line, "\t", &save);
-            const char* destination = strtok_r(nullptr, "\t", &save);
-            const char* gatewayField = strtok_r(nullptr, "\t", &save);
-            if (name == nullptr || destination == nullptr || gatewayField == nullptr) {
-                continue;
+    Measure(
+        state,
+        [&] {
+            FILE* file = std::fopen("/proc/net/route", "r");
+            unsigned long gateway = 0;
+            bool found = false;
+            char line[100];
+            while (std::fgets(line, sizeof line, file) != nullptr) {
+                char* save = nullptr;
+                const char* name = strtok_r(line, "\t", &save);
+                const char* destination = strtok_r(nullptr, "\t", &save);
+                const char* gatewayField = strtok_r(nullptr, "\t", &save);
+                if (name == nullptr || destination == nullptr || gatewayField == nullptr) {
+                    continue;
+                }
+                if (std::strcmp(name, sysFileInterface) == 0 && std::strcmp(destination, "00000000") == 0) {
+                    gateway = std::strtoul(gatewayField, nullptr, 16);
+                    found = true;
+                }
             }
-            if (std::strcmp(name, sysFileInterface) == 0 && std::strcmp(destination, "00000000") == 0) {
-                gateway = std::strtoul(gatewayField, nullptr, 16);
-                found = true;
-            }
-        }
-        std::fclose(file);
-        char text[32];
-        auto end = fmt::format_to_n(text, sizeof text - 1, "{}.{}.{}.{}", gateway & 0xFF, (gateway >> 8) & 0xFF,
-                                    (gateway >> 16) & 0xFF, (gateway >> 24) & 0xFF);
-        *end.out = '\0';
-        benchmark::DoNotOptimize(found);
-        benchmark::DoNotOptimize(text);
-    }, std::to_string(state.range(0)));
+            std::fclose(file);
+            char text[32];
+            auto end = fmt::format_to_n(text, sizeof text - 1, "{}.{}.{}.{}", gateway & 0xFF, (gateway >> 8) & 0xFF,
+                                        (gateway >> 16) & 0xFF, (gateway >> 24) & 0xFF);
+            *end.out = '\0';
+            benchmark::DoNotOptimize(found);
+            benchmark::DoNotOptimize(text);
+        },
+        std::to_string(state.range(0)));
 }
 
 } // namespace

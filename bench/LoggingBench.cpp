@@ -97,9 +97,7 @@ void LogBelowLevelThreeArguments(benchmark::State& state)
 void LogAtLevel(benchmark::State& state)
 {
     const int level = LoggingClass::log.GetAdapter().GetLogLevel();
-    Measure(state, [&] {
-        LoggingClass::AtLevel(level, 1, interfaceName, 35093);
-    });
+    Measure(state, [&] { LoggingClass::AtLevel(level, 1, interfaceName, 35093); });
 }
 
 void FormatToMemoryBuffer(benchmark::State& state)

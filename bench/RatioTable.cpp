@@ -103,9 +103,12 @@ void CapturingReporter::ReportRuns(const std::vector<Run>& reports)
 bool PrintRatioTable(const std::map<std::string, Result>& results, std::ostream& out)
 {
     bool allMet = true;
-    fmt::print(out, "\nTimes are CPU time per call, median of the repetitions; the ratio is library/bare on CPU time, "
-                    "with the same ratio on wall-clock time beside it.\n");
-    fmt::print(out, "\n| Query | Library | Bare pattern | Ratio | Ratio (wall) | Allocs/call (lib / bare) | System calls (lib / bare) | Target | Met |\n");
+    fmt::print(out,
+               "\nTimes are CPU time per call, median of the repetitions; the ratio is library/bare on CPU time, "
+               "with the same ratio on wall-clock time beside it.\n");
+    fmt::print(
+        out,
+        "\n| Query | Library | Bare pattern | Ratio | Ratio (wall) | Allocs/call (lib / bare) | System calls (lib / bare) | Target | Met |\n");
     fmt::print(out, "|---|---:|---:|---:|---:|---:|---|---|---|\n");
     for (const BenchPair& pair : Pairs()) {
         const Result* lib = Find(results, pair.library);

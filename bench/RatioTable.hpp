@@ -14,13 +14,13 @@
 namespace Zel::Bench {
 
 struct BenchPair {
-    std::string title;              // the row's text, e.g. "GetPortLinkState, sysFile port"
-    std::string library;            // benchmark name of the library query
-    std::string bare;               // benchmark name of the bare pattern; empty when none
+    std::string title; // the row's text, e.g. "GetPortLinkState, sysFile port"
+    std::string library; // benchmark name of the library query
+    std::string bare; // benchmark name of the bare pattern; empty when none
     std::optional<double> maxRatio; // library/bare must not exceed it
-    std::optional<double> maxNs;    // the library's time must stay below it
-    std::optional<double> maxAllocs;// allocations per library call allowed
-    std::string targetText;         // the target as written in the table
+    std::optional<double> maxNs; // the library's time must stay below it
+    std::optional<double> maxAllocs; // allocations per library call allowed
+    std::string targetText; // the target as written in the table
 };
 
 // Rows whose library time must grow linearly with `sizes` (e.g. routes).
@@ -28,7 +28,7 @@ struct LinearGroup {
     std::string title;
     std::vector<double> sizes;
     std::vector<std::string> library; // benchmark names, one per size
-    std::vector<std::string> bare;    // the same for the bare pattern
+    std::vector<std::string> bare; // the same for the bare pattern
 };
 
 void AddPair(BenchPair pair);
@@ -68,7 +68,7 @@ benchmark::internal::Benchmark* Register(const std::string& name, void (*functio
 // Expands to a registration that runs at static initialisation.
 #define ZEL_BENCH_CONCAT2(a, b) a##b
 #define ZEL_BENCH_CONCAT(a, b) ZEL_BENCH_CONCAT2(a, b)
-#define ZEL_BENCH_AT_START(statement)                                                   \
-    namespace {                                                                         \
-    const bool ZEL_BENCH_CONCAT(zelBenchRegistered, __LINE__) = ((statement), true);    \
+#define ZEL_BENCH_AT_START(statement)                                                                                  \
+    namespace {                                                                                                        \
+    const bool ZEL_BENCH_CONCAT(zelBenchRegistered, __LINE__) = ((statement), true);                                   \
     }

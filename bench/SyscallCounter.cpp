@@ -22,17 +22,39 @@ namespace {
 std::string Name(long number)
 {
     static const std::map<long, std::string> names = {
-        {SYS_read, "read"},         {SYS_write, "write"},       {SYS_openat, "openat"},
-        {SYS_close, "close"},       {SYS_pread64, "pread64"},   {SYS_pwrite64, "pwrite64"},
-        {SYS_ioctl, "ioctl"},       {SYS_socket, "socket"},     {SYS_fstat, "fstat"},
-        {SYS_newfstatat, "newfstatat"}, {SYS_lseek, "lseek"},   {SYS_rename, "rename"},
-        {SYS_renameat, "renameat"}, {SYS_renameat2, "renameat2"}, {SYS_fsync, "fsync"},
-        {SYS_unlink, "unlink"},     {SYS_unlinkat, "unlinkat"}, {SYS_fchmod, "fchmod"},
-        {SYS_fchown, "fchown"},     {SYS_getdents64, "getdents64"}, {SYS_mmap, "mmap"},
-        {SYS_munmap, "munmap"},     {SYS_brk, "brk"},           {SYS_sendto, "sendto"},
-        {SYS_recvmsg, "recvmsg"},   {SYS_bind, "bind"},         {SYS_getsockname, "getsockname"},
-        {SYS_stat, "stat"},         {SYS_open, "open"},         {SYS_getpid, "getpid"},
-        {SYS_statx, "statx"},       {SYS_writev, "writev"},     {SYS_readv, "readv"},
+        {SYS_read, "read"},
+        {SYS_write, "write"},
+        {SYS_openat, "openat"},
+        {SYS_close, "close"},
+        {SYS_pread64, "pread64"},
+        {SYS_pwrite64, "pwrite64"},
+        {SYS_ioctl, "ioctl"},
+        {SYS_socket, "socket"},
+        {SYS_fstat, "fstat"},
+        {SYS_newfstatat, "newfstatat"},
+        {SYS_lseek, "lseek"},
+        {SYS_rename, "rename"},
+        {SYS_renameat, "renameat"},
+        {SYS_renameat2, "renameat2"},
+        {SYS_fsync, "fsync"},
+        {SYS_unlink, "unlink"},
+        {SYS_unlinkat, "unlinkat"},
+        {SYS_fchmod, "fchmod"},
+        {SYS_fchown, "fchown"},
+        {SYS_getdents64, "getdents64"},
+        {SYS_mmap, "mmap"},
+        {SYS_munmap, "munmap"},
+        {SYS_brk, "brk"},
+        {SYS_sendto, "sendto"},
+        {SYS_recvmsg, "recvmsg"},
+        {SYS_bind, "bind"},
+        {SYS_getsockname, "getsockname"},
+        {SYS_stat, "stat"},
+        {SYS_open, "open"},
+        {SYS_getpid, "getpid"},
+        {SYS_statx, "statx"},
+        {SYS_writev, "writev"},
+        {SYS_readv, "readv"},
     };
     auto found = names.find(number);
     return found != names.end() ? found->second : "syscall " + std::to_string(number);
@@ -50,8 +72,7 @@ int InstallFilter()
     if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) {
         return -1;
     }
-    return static_cast<int>(
-        syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_NEW_LISTENER, &program));
+    return static_cast<int>(syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_NEW_LISTENER, &program));
 }
 
 } // namespace

@@ -64,8 +64,9 @@ const char* const fixedInterfaces[] = {"eth0", "eth1", "eth10", "lo"};
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
     file = Zel::Fuzz::SetUp("interfaces");
-    fileAccess = std::make_unique<IpConfigFileAccess>(
-        std::vector<BasicString>{"address", "netmask", "gateway", "dns-nameservers"}, BasicString(file));
+    fileAccess = std::make_unique<IpConfigFileAccess>(std::vector<BasicString>{"address", "netmask", "gateway",
+                                                                               "dns-nameservers"},
+                                                      BasicString(file));
     return 0;
 }
 
@@ -94,8 +95,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         }
         Check(result == 0 || result == 1, "read result is neither 0 nor 1");
         Check(result == 0 || read == sentinel, "a failed read changed the value");
-        Check(result == 1 || (!read.empty() && read.find('\n') == std::string::npos &&
-                              content.find(read) != std::string::npos),
+        Check(result == 1 ||
+                  (!read.empty() && read.find('\n') == std::string::npos && content.find(read) != std::string::npos),
               "a successful read gave no piece of one line:", read);
         return 0;
     }

@@ -38,7 +38,7 @@ bool IsDottedQuad(const std::string& text)
     unsigned int o[4] = {};
     char end = '\0';
     return std::sscanf(text.c_str(), "%3u.%3u.%3u.%3u%c", &o[0], &o[1], &o[2], &o[3], &end) == 4 &&
-           std::max({o[0], o[1], o[2], o[3]}) <= 255 && DottedQuad(o[0], o[1], o[2], o[3]) == text;
+        std::max({o[0], o[1], o[2], o[3]}) <= 255 && DottedQuad(o[0], o[1], o[2], o[3]) == text;
 }
 
 const char* const fixedNames[] = {"eth0", "ipstatus-abcdef", "ipstatus-abcdef-longer"};
@@ -65,7 +65,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // The appended line fits one piece and starts one, so it is read as a
     // line of its own, and it is the file's last.
     const bool appended = (selector & 4u) != 0 && !name.empty() && name.size() < 40 &&
-                          name.find_first_of(std::string_view("\t\n\0", 3)) == std::string::npos;
+        name.find_first_of(std::string_view("\t\n\0", 3)) == std::string::npos;
     if (appended) {
         table += fmt::format("\n{}\t00000000\t{:08X}\t0003\t0\t0\t0\t00000000\t0\t0\t0\n", name, gateway);
     }

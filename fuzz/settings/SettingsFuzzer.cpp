@@ -56,7 +56,7 @@ constexpr std::size_t maxLines = 16;
 // allocator).
 constexpr unsigned long maxPortCount = 64;
 
-std::string root;    // the temporary tree behind "@/"
+std::string root; // the temporary tree behind "@/"
 std::string spiPath; // the spidev stand-in behind "@spi"
 struct stat spiInfo {};
 std::vector<std::string> interfaces;
@@ -69,11 +69,20 @@ void CreateFiles()
         fs::create_directories(root + dir);
     }
     const std::pair<const char*, const char*> files[] = {
-        {"/sys/good/operstate", "up\n"},      {"/sys/good/speed", "1000\n"},  {"/sys/good/duplex", "full\n"},
-        {"/sys/down/operstate", "down\n"},    {"/sys/down/speed", "-1\n"},    {"/sys/down/duplex", "unknown\n"},
-        {"/sys/partial/operstate", "up\n"},   {"/sys/unreadable/speed", "100\n"}, {"/sys/unreadable/duplex", "half\n"},
-        {"/ksz/speed", "100\n"},              {"/ksz/duplex", "full-duplex\n"}, {"/ksz/unlinked", "unlinked"},
-        {"/gpio/value", "1\n"},               {"/gpio/low", "0\n"},
+        {"/sys/good/operstate", "up\n"},
+        {"/sys/good/speed", "1000\n"},
+        {"/sys/good/duplex", "full\n"},
+        {"/sys/down/operstate", "down\n"},
+        {"/sys/down/speed", "-1\n"},
+        {"/sys/down/duplex", "unknown\n"},
+        {"/sys/partial/operstate", "up\n"},
+        {"/sys/unreadable/speed", "100\n"},
+        {"/sys/unreadable/duplex", "half\n"},
+        {"/ksz/speed", "100\n"},
+        {"/ksz/duplex", "full-duplex\n"},
+        {"/ksz/unlinked", "unlinked"},
+        {"/gpio/value", "1\n"},
+        {"/gpio/low", "0\n"},
     };
     for (const auto& [path, content] : files) {
         fs::create_directories(fs::path(root + path).parent_path());
@@ -285,8 +294,8 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
         setrlimit(RLIMIT_NOFILE, &limit);
     }
     Zel::Fuzz::SetUpLogging();
-    std::fprintf(stderr, "settings fuzzer: tree %s, SPI stand-in %s, %zu interfaces\n", root.c_str(),
-                 spiPath.c_str(), interfaces.size());
+    std::fprintf(stderr, "settings fuzzer: tree %s, SPI stand-in %s, %zu interfaces\n", root.c_str(), spiPath.c_str(),
+                 interfaces.size());
     return 0;
 }
 

@@ -3,8 +3,8 @@
 #include "Modules/Commons/Linux/GpioAccess.hpp"
 
 #include "Checks.hpp"
-#include "ScratchDirectory.hpp"
 #include "MemoryLogSink.hpp"
+#include "ScratchDirectory.hpp"
 
 #include <Zel/System/Commons/Exception.hpp>
 
@@ -36,8 +36,8 @@ TEST_F(GpioLine, ReadFollowsTheFileFromOffsetZero)
 {
     OpenValue("1\n");
     // Only a leading '1' is high.
-    for (const auto& [text, expected] : {std::pair{"1\n", true}, {"0\n", false}, {"1", true}, {"x\n", false},
-                                         {"10\n", true}, {" 1\n", false}}) {
+    for (const auto& [text, expected] :
+         {std::pair{"1\n", true}, {"0\n", false}, {"1", true}, {"x\n", false}, {"10\n", true}, {" 1\n", false}}) {
         dir.Write("value", text);
         bool result = !expected;
         EXPECT_TRUE(gpio.Read(fd, value, result)) << text;

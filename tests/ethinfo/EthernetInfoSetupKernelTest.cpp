@@ -56,8 +56,8 @@ protected:
 TEST_F(EthernetInfoSetup, ThePluginBuildsDevicesFromTheKernelsInterfacesAndPorts)
 {
     using Zel::Hardware::Nim::Modules::IEthernetInfoModule;
-    Zel::Hardware::Commons::Modules::SharedModuleLibraryLoader loader(
-        ZEL_NIM_PLUGIN_FILE, Zel::System::Commons::AppDomain::GetInstance());
+    Zel::Hardware::Commons::Modules::SharedModuleLibraryLoader loader(ZEL_NIM_PLUGIN_FILE,
+                                                                      Zel::System::Commons::AppDomain::GetInstance());
     auto created = loader.CreateModule("Zel.Hardware.Nim.Modules.IEthernetInfoModule");
     auto* info = dynamic_cast<IEthernetInfoModule*>(created.get());
     ASSERT_NE(info, nullptr);
@@ -84,7 +84,8 @@ TEST_F(EthernetInfoSetup, ThePluginBuildsDevicesFromTheKernelsInterfacesAndPorts
 
     // The plug-in logs through the host's log manager.
     EXPECT_TRUE(capture.Contains(7, "Found interface lo"));
-    EXPECT_TRUE(capture.Contains(8, "Ethernet Device 1: Public Name 'X1', Name 'eth0', MAC 02:0A:1B:2C:3D:4E, 1 Ports."));
+    EXPECT_TRUE(
+        capture.Contains(8, "Ethernet Device 1: Public Name 'X1', Name 'eth0', MAC 02:0A:1B:2C:3D:4E, 1 Ports."));
     info->Dispose();
     created.reset(); // before the loader unloads the library
 }

@@ -78,8 +78,8 @@ protected:
         std::string text;
         for (unsigned int device = 1; device <= module->GetDeviceCount(); ++device) {
             text += module->GetPublicInterfaceName(device) + ", " + module->GetInterfaceName(device) + ", " +
-                    module->GetMacAddress(device) + ", " +
-                    std::to_string(static_cast<int>(module->GetInterfaceType(device))) + ", [";
+                module->GetMacAddress(device) + ", " +
+                std::to_string(static_cast<int>(module->GetInterfaceType(device))) + ", [";
             for (unsigned int port = 1; port <= module->GetPortCount(device); ++port) {
                 text += (port > 1 ? "|" : "") + module->GetPortPublicName(device, port);
             }
@@ -100,8 +100,9 @@ TEST_F(EthernetInfoSetup, EachLineBecomesADeviceAndASecondSetUpAppends)
                      {"0x2", "X2", "eth1", "1", "i210Driver", "", "Fieldbus"},
                      {"3", "X3", "eth2", "0", "unsupported", "", "Service"}}),
               "");
-    EXPECT_EQ(Devices(), "X1, eth0, 02:0A:B1:C2:FE:30, 1, [P1|P2]\nX2, eth1, 02:0A:B1:C2:FE:31, 2, []\n"
-                         "X3, eth2, 02:0A:B1:C2:FE:32, 3, []\n");
+    EXPECT_EQ(Devices(),
+              "X1, eth0, 02:0A:B1:C2:FE:30, 1, [P1|P2]\nX2, eth1, 02:0A:B1:C2:FE:31, 2, []\n"
+              "X3, eth2, 02:0A:B1:C2:FE:32, 3, []\n");
     EXPECT_EQ(static_cast<int>(module->GetPortLinkState(1, 1)), 255) << "an unsupported port";
 
     EXPECT_TRUE(capture.Contains(7, "Found interface eth2"));
@@ -109,7 +110,8 @@ TEST_F(EthernetInfoSetup, EachLineBecomesADeviceAndASecondSetUpAppends)
     // The seven columns as written, the index column first.
     EXPECT_TRUE(capture.Contains(7, "Device 0x2: X2, eth1, 1, i210Driver, , Fieldbus"));
     EXPECT_TRUE(capture.Contains(7, "interfaces 1: port count = 2, mode = 'unsupported'"));
-    EXPECT_TRUE(capture.Contains(8, "Ethernet Device 1: Public Name 'X1', Name 'eth0', MAC 02:0A:B1:C2:FE:30, 2 Ports."));
+    EXPECT_TRUE(
+        capture.Contains(8, "Ethernet Device 1: Public Name 'X1', Name 'eth0', MAC 02:0A:B1:C2:FE:30, 2 Ports."));
     // The interface type's value appears under the words "port count".
     EXPECT_TRUE(capture.Contains(7, "Ethernet Device 3: port count = 3"));
     for (const auto& record : capture.Records()) {
@@ -132,13 +134,19 @@ TEST_F(EthernetInfoSetup, NumbersTakeBasePrefixesAndSaturateAt32Bits)
 {
     const std::string wrong = "InvalidConfigException: Wrong interface index ";
     const std::pair<const char*, std::string> cases[] = {
-        {"1", ""}, {"0x1", ""}, {" +01", ""}, {"-4294967295", ""}, {"1x", ""},
+        {"1", ""},
+        {"0x1", ""},
+        {" +01", ""},
+        {"-4294967295", ""},
+        {"1x", ""},
         {"010", wrong + "8 found, expected 1"},
         {"4294967297", wrong + "4294967295 found, expected 1"},
         {"0x100000001", wrong + "4294967295 found, expected 1"},
         {"99999999999999999999999", wrong + "4294967295 found, expected 1"},
         {"-1", wrong + "4294967295 found, expected 1"},
-        {"x1", wrong + "0 found, expected 1"}, {"- 1", wrong + "0 found, expected 1"}, {"--1", wrong + "0 found, expected 1"},
+        {"x1", wrong + "0 found, expected 1"},
+        {"- 1", wrong + "0 found, expected 1"},
+        {"--1", wrong + "0 found, expected 1"},
     };
     for (const auto& [index, outcome] : cases) {
         EXPECT_EQ(Setup({{index, "X1", "eth0", "0", "unsupported", "", "Ethernet"}}), outcome) << index;
@@ -158,8 +166,11 @@ TEST_F(EthernetInfoSetup, AMissingInterfaceEndsTheTableAndFailsOnlyWhenMandatory
                                      {"2", "X2", "eth3", "0", "unsupported", "", "Ethernet"},
                                      {"3", "X3", "eth1", "1", "Bogus", "", "Bogus"}};
     const std::string missing = "InvalidOperationException: Could not find interface ";
-    for (const auto& [mandatory, outcome] : {std::pair<const char*, std::string>{nullptr, ""}, {"1", ""},
-                                             {"2", missing + "eth3"}, {"0x2", missing + "eth3"}, {"3", missing + "eth3"}}) {
+    for (const auto& [mandatory, outcome] : {std::pair<const char*, std::string>{nullptr, ""},
+                                             {"1", ""},
+                                             {"2", missing + "eth3"},
+                                             {"0x2", missing + "eth3"},
+                                             {"3", missing + "eth3"}}) {
         EXPECT_EQ(Setup(lines, mandatory), outcome) << (mandatory == nullptr ? "absent" : mandatory);
         EXPECT_EQ(Devices(), "X1, eth0, 02:0A:B1:C2:FE:30, 1, []\n");
     }
@@ -176,9 +187,13 @@ TEST_F(EthernetInfoSetup, AMissingInterfaceEndsTheTableAndFailsOnlyWhenMandatory
 
 TEST_F(EthernetInfoSetup, PortNamesAreSplitAtSemicolonsAndTrimmed)
 {
-    for (const auto& [names, count, ports] :
-         {std::tuple{"a; b", "2", "[a|b]"}, {"a;b;", "2", "[a|b]"}, {";a", "2", "[|a]"}, {" \t", "1", "[]"},
-          {"", "2", "[|]"}, {"", "0", "[]"}, {"a", "2", "no"}}) {
+    for (const auto& [names, count, ports] : {std::tuple{"a; b", "2", "[a|b]"},
+                                              {"a;b;", "2", "[a|b]"},
+                                              {";a", "2", "[|a]"},
+                                              {" \t", "1", "[]"},
+                                              {"", "2", "[|]"},
+                                              {"", "0", "[]"},
+                                              {"a", "2", "no"}}) {
         const std::string outcome = Setup({{"1", "X1", "eth0", count, "unsupported", names, "Ethernet"}});
         EXPECT_EQ(outcome.empty() ? Devices() : outcome,
                   std::string(ports) == "no"
@@ -196,12 +211,18 @@ TEST_F(EthernetInfoSetup, ChecksOfALineRunInOrderAndAFailingLineLeavesNoEntry)
         Line line;
         const char* outcome;
     } cases[] = {
-        {{"3", "X2", "eth3", "0", "Bogus", "", "Bogus"}, "InvalidConfigException: Wrong interface index 3 found, expected 2"},
-        {{"2", "X2", "eth2", "2", "Bogus", "X1", "Bogus"}, "InvalidOperationException: Could not read mac info from 'eth2': errno 19"},
-        {{"2", "X2", "eth1", "2", "Bogus", "X1", "Bogus"}, "InvalidConfigException: Number of port names 1 does not match port count! 2"},
-        {{"2", "X2", "eth1", "1", "SysFile", "", "Bogus"}, "ArgumentException: Invalid argument 'mode' = 'SysFile': Unknown mode"},
-        {{"2", "X2", "eth1", "1", "unsupported ", "", "Bogus"}, "ArgumentException: Invalid argument 'mode' = 'unsupported ': Unknown mode"},
-        {{"2", "X2", "eth1", "1", "sysFile", "", "Bogus"}, "InvalidConfigException: Setting 'path.2.1.sysFile' is not configured"},
+        {{"3", "X2", "eth3", "0", "Bogus", "", "Bogus"},
+         "InvalidConfigException: Wrong interface index 3 found, expected 2"},
+        {{"2", "X2", "eth2", "2", "Bogus", "X1", "Bogus"},
+         "InvalidOperationException: Could not read mac info from 'eth2': errno 19"},
+        {{"2", "X2", "eth1", "2", "Bogus", "X1", "Bogus"},
+         "InvalidConfigException: Number of port names 1 does not match port count! 2"},
+        {{"2", "X2", "eth1", "1", "SysFile", "", "Bogus"},
+         "ArgumentException: Invalid argument 'mode' = 'SysFile': Unknown mode"},
+        {{"2", "X2", "eth1", "1", "unsupported ", "", "Bogus"},
+         "ArgumentException: Invalid argument 'mode' = 'unsupported ': Unknown mode"},
+        {{"2", "X2", "eth1", "1", "sysFile", "", "Bogus"},
+         "InvalidConfigException: Setting 'path.2.1.sysFile' is not configured"},
         {{"2", "X2", "eth1", "1", "unsupported", "", "ethernet"},
          "ArgumentException: Invalid argument 'NetworkInterfaceType' = 'ethernet': Unknown network interface type"},
         {{"2", "X2", "eth1", "1", "unsupported", "", "1"},

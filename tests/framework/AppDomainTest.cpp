@@ -40,9 +40,9 @@ TEST(AppDomain, TheFirstLogCallFailsNamingTheMissingDomainOrManagerAndCreatesNot
 
     AppDomain domain;
     EXPECT_THAT([] { Log::log(3, "never"); },
-                ThrowsMessage<InvalidOperationException>(StrEq(
-                    "AppDomain Singleton instance of type 'Zel::System::Commons::Logging::LogManager' was not "
-                    "created yet!")));
+                ThrowsMessage<InvalidOperationException>(
+                    StrEq("AppDomain Singleton instance of type 'Zel::System::Commons::Logging::LogManager' was not "
+                          "created yet!")));
 
     auto manager = std::make_shared<LogManager>(8);
     auto sink = std::make_shared<Collect>();

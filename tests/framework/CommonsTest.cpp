@@ -20,16 +20,17 @@
 namespace Zel::Test::Names {
 struct Plain {};
 template <typename T>
-struct Wrapper {};
+struct Wrapper {
+};
 } // namespace Zel::Test::Names
 
 namespace {
 
 using namespace Zel::System::Commons;
 using namespace Zel::Hardware::Nim;
-using Zel::System::Commons::Diagnostics::RuntimeTypeInfo;
 using ::testing::StrEq;
 using ::testing::ThrowsMessage;
+using Zel::System::Commons::Diagnostics::RuntimeTypeInfo;
 
 TEST(Exceptions, CarryMessageAndStackAndArgumentExceptionsNameArgumentAndValue)
 {
@@ -42,9 +43,8 @@ TEST(Exceptions, CarryMessageAndStackAndArgumentExceptionsNameArgumentAndValue)
     EXPECT_STREQ(ArgumentException::Create("pointer", static_cast<int*>(nullptr), "Null").what(),
                  "Invalid argument 'pointer' = '0x0': Null");
 
-    const Exception exceptions[] = {Exception("plain"), ArgumentException("argument"),
-                                    InvalidConfigException("config"), InvalidOperationException("operation"),
-                                    NotSupportedException("unsupported")};
+    const Exception exceptions[] = {Exception("plain"), ArgumentException("argument"), InvalidConfigException("config"),
+                                    InvalidOperationException("operation"), NotSupportedException("unsupported")};
     for (const Exception& e : exceptions) {
         EXPECT_STREQ(e.what(), e.GetMessage().c_str());
         EXPECT_FALSE(e.GetStackTrace().GetFrames().empty()) << e.what();
@@ -72,8 +72,8 @@ TEST(SecureStrcpy, CopiesWhatFitsSaysWhetherItWasCutAndRefusesNulls)
         int result;
         const char* copied; // nullptr: buffer untouched
     } cases[] = {
-        {"eth0", 16, 0, "eth0"},  {"eth0", 5, 0, "eth0"}, // exactly fits with its terminator
-        {"eth0", 4, ERANGE, "eth"}, {"eth0", 1, ERANGE, ""}, {"", 1, 0, ""},
+        {"eth0", 16, 0, "eth0"},    {"eth0", 5, 0, "eth0"}, // exactly fits with its terminator
+        {"eth0", 4, ERANGE, "eth"}, {"eth0", 1, ERANGE, ""},       {"", 1, 0, ""},
         {"a", 0, EINVAL, nullptr},  {nullptr, 4, EINVAL, nullptr},
     };
     for (const auto& c : cases) {
@@ -87,7 +87,6 @@ TEST(SecureStrcpy, CopiesWhatFitsSaysWhetherItWasCutAndRefusesNulls)
     }
     EXPECT_EQ(SecureStrcpy(nullptr, 4, "a"), EINVAL);
 }
-
 
 template <typename E>
 std::string Write(E value, bool& failed)

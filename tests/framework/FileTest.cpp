@@ -20,8 +20,8 @@
 
 namespace {
 
-using Zel::System::Commons::Io::File;
 using ::testing::UnorderedElementsAre;
+using Zel::System::Commons::Io::File;
 
 class FileCopy : public ::testing::Test {
 protected:
@@ -96,10 +96,8 @@ TEST_F(FileCopy, AFailedCopyLeavesTheDirectoryAsItWas)
         bool atomic;
         int error; // 0: any
     } failures[] = {
-        {source, destination, false, false, EEXIST},
-        {source, destination, false, true, EEXIST},
-        {dir + "/absent", destination, true, true, ENOENT},
-        {source, dir + "/absent/interfaces", true, true, 0},
+        {source, destination, false, false, EEXIST},          {source, destination, false, true, EEXIST},
+        {dir + "/absent", destination, true, true, ENOENT},   {source, dir + "/absent/interfaces", true, true, 0},
         {source, dir + "/absent/interfaces", true, false, 0},
     };
     for (const auto& f : failures) {

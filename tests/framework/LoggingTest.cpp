@@ -92,8 +92,9 @@ TEST(LogChannel, ALevelAboveTheAdaptersCurrentOneFormatsNothing)
     Loggable<Levels>::log(3, "{1} before {0}", Counted{4}, "this");
     Loggable<Levels>::log(3, "<{0}>", longText);
     EXPECT_EQ(countedFormats.load(), before + 2);
-    EXPECT_THAT(capture.Records(), ElementsAre(Record(5, channel, "written 3"), Record(3, channel, "this before 4"),
-                                               Record(3, channel, "<" + longText + ">")));
+    EXPECT_THAT(capture.Records(),
+                ElementsAre(Record(5, channel, "written 3"), Record(3, channel, "this before 4"),
+                            Record(3, channel, "<" + longText + ">")));
 
     // Each channel follows its own adapter's level, also one set before the
     // adapter exists.

@@ -45,8 +45,14 @@ public:
     const int tag;
 };
 
-std::unique_ptr<IHardwareModule> MakeFirst() { return std::make_unique<RegistryStandIn>(1); }
-std::unique_ptr<IHardwareModule> MakeSecond() { return std::make_unique<RegistryStandIn>(2); }
+std::unique_ptr<IHardwareModule> MakeFirst()
+{
+    return std::make_unique<RegistryStandIn>(1);
+}
+std::unique_ptr<IHardwareModule> MakeSecond()
+{
+    return std::make_unique<RegistryStandIn>(2);
+}
 
 int TagOf(const std::unique_ptr<IHardwareModule>& module)
 {
@@ -96,8 +102,8 @@ TEST(FactoryTable, NamesAreComparedByteForByte)
     // Each pair differs in case, length or a byte that a text comparison
     // might fold or stop at; both members of every pair are separate modules.
     const std::vector<std::pair<BasicString, BasicString>> distinct = {
-        {"module", "Module"}, {"Zel.A", "zel.a"}, {"A", "A "}, {"A", BasicString("A\0", 2)},
-        {"Ab", "A"},          {"\xC3\xA4", "\xC3\x84"},
+        {"module", "Module"},         {"Zel.A", "zel.a"}, {"A", "A "},
+        {"A", BasicString("A\0", 2)}, {"Ab", "A"},        {"\xC3\xA4", "\xC3\x84"},
     };
     for (const auto& [one, other] : distinct) {
         SCOPED_TRACE(::testing::Message() << "'" << one << "' / '" << other << "'");
@@ -156,9 +162,9 @@ TEST(Settings, KeysAndCellsAreFoundExactlyAndAMissingOneIsAConfigurationErrorNam
     const std::pair<unsigned int, unsigned int> missing[] = {{0, 1}, {1, 0}, {1, 4}, {2, 2}, {3, 1}, {0xFFFFFFFFU, 1}};
     for (const auto& [line, column] : missing) {
         EXPECT_THAT([&] { (void)interfaces.GetSetting(line, column); },
-                    ThrowsMessage<InvalidConfigException>(
-                        StrEq("Setting field 'interfaces' has no line " + std::to_string(line) + " column " +
-                              std::to_string(column))));
+                    ThrowsMessage<InvalidConfigException>(StrEq("Setting field 'interfaces' has no line " +
+                                                                std::to_string(line) + " column " +
+                                                                std::to_string(column))));
     }
 }
 

@@ -80,8 +80,9 @@ const ReadCase readCases[] = {
      "address", unchanged},
     {"name_prefix_opens_longer_name", "iface eth10 inet static\n    address 10.10.0.1\n", "eth1", "address",
      "10.10.0.1"},
-    {"second_block_reopens", "iface eth0 inet dhcp\niface eth1 inet static\n    address 10.1.1.1\n"
-                             "iface eth0 inet6 auto\n    address fd::1\n",
+    {"second_block_reopens",
+     "iface eth0 inet dhcp\niface eth1 inet static\n    address 10.1.1.1\n"
+     "iface eth0 inet6 auto\n    address fd::1\n",
      "eth0", "address", "fd::1"},
     {"first_occurrence_wins", eth0Static + "    mtu 1400\niface eth0 inet6 static\n    mtu 1280\n", "eth0", "mtu",
      "1400"},
@@ -120,14 +121,14 @@ TEST_F(IpConfigFileAccessTest, UnwritableValuesAreRefused)
 {
     const std::string lineBreak = "it contains a line feed, carriage return or NUL character";
     const std::string blank = "it is empty or blank";
-    for (const auto& [value, reason] : std::vector<std::pair<std::string, std::string>>{
-             {"10.0.0.1\n    up /bin/sh -c id", lineBreak},
-             {"10.0.0.1\rup id", lineBreak},
-             {std::string("10.0.0.1\0x", 10), lineBreak},
-             {"\n", lineBreak},
-             {"", blank},
-             {"   ", blank},
-             {" \t", blank}}) {
+    for (const auto& [value, reason] :
+         std::vector<std::pair<std::string, std::string>>{{"10.0.0.1\n    up /bin/sh -c id", lineBreak},
+                                                          {"10.0.0.1\rup id", lineBreak},
+                                                          {std::string("10.0.0.1\0x", 10), lineBreak},
+                                                          {"\n", lineBreak},
+                                                          {"", blank},
+                                                          {"   ", blank},
+                                                          {" \t", blank}}) {
         for (const std::string key : {"address", "inet"}) {
             WriteFile(file, twoInterfaces);
             LogCapture capture(8);
@@ -135,7 +136,8 @@ TEST_F(IpConfigFileAccessTest, UnwritableValuesAreRefused)
             EXPECT_EQ(twoInterfaces, ReadFile(file));
             EXPECT_FALSE(Exists(file + ".tmp"));
             ASSERT_EQ(1u, capture.Records().size());
-            EXPECT_EQ(1u, capture.Count(3, "IpConfigFileAccess::WriteIpPara(): Refused value for " + key + ": " + reason));
+            EXPECT_EQ(1u,
+                      capture.Count(3, "IpConfigFileAccess::WriteIpPara(): Refused value for " + key + ": " + reason));
         }
     }
 }

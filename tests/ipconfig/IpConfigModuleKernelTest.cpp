@@ -111,8 +111,9 @@ TEST_F(IpConfigModuleSandbox, AssignModeIsWrittenAndReadAsTheFrameworksWord)
         EXPECT_EQ(AccessErrorCode::Success, ipConfig->SetIpAssignMode(2, mode));
         EXPECT_TRUE(capture.Contains(8, "IpConfigModule::SetIpAssignMode(): OK..."));
         EXPECT_EQ(mode, ipConfig->GetIpAssignMode(2));
-        EXPECT_TRUE(capture.Contains(8, "IpConfigModule::GetIpAssignMode(): returnValue = " +
-                                            std::to_string(static_cast<int>(mode))));
+        EXPECT_TRUE(capture.Contains(8,
+                                     "IpConfigModule::GetIpAssignMode(): returnValue = " +
+                                         std::to_string(static_cast<int>(mode))));
     }
     std::string expected = controllerFile; // only eth1's header changed
     EXPECT_EQ(expected.replace(expected.find("iface eth1 inet dhcp"), 20, "iface eth1 inet static"),

@@ -89,14 +89,16 @@ TEST_F(IpConfigModuleDevices, OwnRangeTestGives22ToGettersAnd1ToSetters)
             LogCapture capture(8);
             EXPECT_EQ(std::string("IpConfigModule::") + name + "(): ReadValueFromInterface() returned 22",
                       MessageOf<InvalidOperationException>([&] { call(module, device); }));
-            EXPECT_TRUE(capture.Contains(
-                8, "IpConfigModule::ReadValueFromInterface(): device " + number + " interfaceName eth" + number));
+            EXPECT_TRUE(capture.Contains(8,
+                                         "IpConfigModule::ReadValueFromInterface(): device " + number +
+                                             " interfaceName eth" + number));
         }
         for (const auto& [name, call] : setters) {
             LogCapture capture(8);
             EXPECT_EQ(AccessErrorCode::Failed, call(module, device)) << name;
-            EXPECT_EQ(1u, capture.Count(7, std::string("IpConfigModule::") + name +
-                                               "(): WriteValueToInterface() returned 22"));
+            EXPECT_EQ(
+                1u,
+                capture.Count(7, std::string("IpConfigModule::") + name + "(): WriteValueToInterface() returned 22"));
         }
         LogCapture capture(8);
         EXPECT_EQ(AccessErrorCode::Failed, module.SetIpAddress(device, "10.0.0.1"));
@@ -135,8 +137,9 @@ TEST_F(IpConfigModuleDevices, UnnamedAssignModeThrowsBeforeTheDeviceIsChecked)
             LogCapture capture(8);
             EXPECT_EQ("Invalid value for Enum 'Zel::Hardware::Nim::IpAssignMode' occurs: " + std::to_string(value),
                       MessageOf<Exception>([&] { module.SetIpAssignMode(device, static_cast<IpAssignMode>(value)); }));
-            EXPECT_TRUE(capture.Contains(8, "IpConfigModule::SetIpAssignMode(): " + std::to_string(device) + ", " +
-                                                std::to_string(value)));
+            EXPECT_TRUE(capture.Contains(8,
+                                         "IpConfigModule::SetIpAssignMode(): " + std::to_string(device) + ", " +
+                                             std::to_string(value)));
         }
     }
     EXPECT_EQ(0u, ethernet->nameQueries);

@@ -17,8 +17,8 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/file.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -38,9 +38,10 @@ std::string BoardFile(const std::string& eth0Address = "10.0.0.5")
 {
     std::string text = "# Controller ports\nauto lo\niface lo inet loopback\n\n";
     for (int port = 0; port < 8; ++port) {
-        text += fmt::format("allow-hotplug eth{0}\niface eth{0} inet static\n    address {1}\n"
-                            "    netmask 255.255.0.0\n    gateway 10.{0}.0.1\n    dns-nameservers 10.{0}.0.53 9.9.9.9\n",
-                            port, port == 0 ? eth0Address : fmt::format("10.{0}.0.5", port));
+        text +=
+            fmt::format("allow-hotplug eth{0}\niface eth{0} inet static\n    address {1}\n"
+                        "    netmask 255.255.0.0\n    gateway 10.{0}.0.1\n    dns-nameservers 10.{0}.0.53 9.9.9.9\n",
+                        port, port == 0 ? eth0Address : fmt::format("10.{0}.0.5", port));
         for (int route = 0; route < 30; ++route) {
             text += fmt::format("    up ip route add 172.{0}.{1}.0/24 via 10.{0}.0.1\n", port, route);
         }
@@ -81,10 +82,14 @@ struct Write {
 };
 
 // Different fields of one port, then other ports: in any order the same file.
-const Write writes[] = {{"eth0", "netmask", "255.255.255.0"}, {"eth0", "gateway", "10.0.0.254"},
-                        {"eth1", "address", "10.1.0.6"},      {"eth2", "dns-nameservers", "10.2.0.54"},
-                        {"eth3", "inet", "dhcp"},             {"eth4", "gateway", "10.4.0.254"},
-                        {"eth5", "address", "10.5.0.6"},      {"eth7", "netmask", "255.255.255.128"}};
+const Write writes[] = {{"eth0", "netmask", "255.255.255.0"},
+                        {"eth0", "gateway", "10.0.0.254"},
+                        {"eth1", "address", "10.1.0.6"},
+                        {"eth2", "dns-nameservers", "10.2.0.54"},
+                        {"eth3", "inet", "dhcp"},
+                        {"eth4", "gateway", "10.4.0.254"},
+                        {"eth5", "address", "10.5.0.6"},
+                        {"eth7", "netmask", "255.255.255.128"}};
 
 // One writer: a write for each 'w' on `go`, its result as one digit on `done`.
 void ServeWrites(const IpConfigFileAccess& access, const Write& write, int go, int done)
@@ -229,7 +234,7 @@ TEST_F(IpConfigWriters, KilledWritersLeaveAWholeFileAndNothingElse)
         while (!Exists(interfacesFile + ".tmp") && std::chrono::steady_clock::now() < giveUp) {
         }
         const auto killAt = std::chrono::steady_clock::now() +
-                            std::chrono::microseconds(std::uniform_int_distribution<int>(0, 400)(random));
+            std::chrono::microseconds(std::uniform_int_distribution<int>(0, 400)(random));
         do {
             ASSERT_TRUE(wholeWithModeAndOwner()) << "kill " << kills << ", while the writer runs";
         } while (std::chrono::steady_clock::now() < killAt);
@@ -306,8 +311,11 @@ TEST_P(IpConfigPlacement, WriteReachesTheRealFileOrFailsAndSaysWhy)
 
 const PlacementCase placementCases[] = {
     {"absolute_link", "ln -s /etc/network/data/interfaces interfaces", 0, ""},
-    {"relative_link_to_absolute_link", "ln -s /etc/network/data/interfaces data/current && ln -s data/current interfaces",
-     0, "", {"current", "interfaces"}},
+    {"relative_link_to_absolute_link",
+     "ln -s /etc/network/data/interfaces data/current && ln -s data/current interfaces",
+     0,
+     "",
+     {"current", "interfaces"}},
     {"bind_mounted_file", "touch interfaces && mount --bind data/interfaces interfaces", 0,
      "5 IpConfigFileAccess::WriteIpPara(): /etc/network/interfaces rewritten in place, not atomically: Device or "
      "resource busy\n"},
@@ -319,13 +327,19 @@ const PlacementCase placementCases[] = {
      "3 Error open file /etc/network/data/interfaces.tmp\n"},
     {"immutable_file_refuses_the_good_temporary_file", "ln -s data/interfaces interfaces && chattr +i data/interfaces",
      1, "3 IpConfigFileAccess::WriteIpPara(): Cannot replace /etc/network/data/interfaces: Operation not permitted\n"},
-    {"temporary_file_is_a_directory", "ln -s data/interfaces interfaces && mkdir data/interfaces.tmp", 1,
-     "3 Error open file /etc/network/data/interfaces.tmp\n", {"interfaces", "interfaces.tmp"}},
+    {"temporary_file_is_a_directory",
+     "ln -s data/interfaces interfaces && mkdir data/interfaces.tmp",
+     1,
+     "3 Error open file /etc/network/data/interfaces.tmp\n",
+     {"interfaces", "interfaces.tmp"}},
     {"temporary_file_on_a_full_disk", "ln -s data/interfaces interfaces && ln -s /dev/full data/interfaces.tmp", 1,
      "3 Error write file /etc/network/data/interfaces.tmp\n"},
-    {"lock_held_by_another_writer", "ln -s data/interfaces interfaces", 1,
+    {"lock_held_by_another_writer",
+     "ln -s data/interfaces interfaces",
+     1,
      "3 IpConfigFileAccess::WriteIpPara(): Lock on /etc/network/data still held by another writer after 100 ms\n",
-     {"interfaces"}, true},
+     {"interfaces"},
+     true},
 };
 
 INSTANTIATE_TEST_SUITE_P(Files, IpConfigPlacement, ::testing::ValuesIn(placementCases),

@@ -22,7 +22,7 @@ inline bool Exists(const std::string& path)
 }
 
 inline const std::vector<Zel::System::Commons::BasicString> parameterOrder{"address", "netmask", "gateway",
-                                                                         "dns-nameservers"};
+                                                                           "dns-nameservers"};
 
 // The what() of the ExceptionType that call throws.
 template <typename ExceptionType>

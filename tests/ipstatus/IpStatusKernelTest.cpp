@@ -159,16 +159,16 @@ TEST_F(KernelIpStatus, QueriesAreTracedAndAnUnknownInterfaceFailsWithItsErrno)
         lines.push_back(fmt::format("{} {}", record.level, record.text));
     }
     const std::string socket = "8 IpStatusSocketAccess::GetSettingFromSocket(): ";
-    EXPECT_EQ(lines, (std::vector<std::string>{
-                         "8 IpStatusSocketAccess::GetCurrentIpAdress(): 1",
-                         socket + "device 1 interfaceName ips2 request 35093",
-                         "8 IpStatusSocketAccess::GetCurrentSubnetMask(): 1",
-                         socket + "device 1 interfaceName ips1 request 35099",
-                         socket + "IOCTL value 255.255.240.0",
-                         "8 IpStatusSocketAccess::GetCurrentIpAdress(): 1",
-                         socket + "device 1 interfaceName ipsnone request 35093",
-                         fmt::format("3 IpStatusSocketAccess::GetSettingFromSocket(): error {} during ioctl() "
-                                     "for interfaceName ipsnone", ENODEV)}));
+    EXPECT_EQ(
+        lines,
+        (std::vector<std::string>{
+            "8 IpStatusSocketAccess::GetCurrentIpAdress(): 1", socket + "device 1 interfaceName ips2 request 35093",
+            "8 IpStatusSocketAccess::GetCurrentSubnetMask(): 1", socket + "device 1 interfaceName ips1 request 35099",
+            socket + "IOCTL value 255.255.240.0", "8 IpStatusSocketAccess::GetCurrentIpAdress(): 1",
+            socket + "device 1 interfaceName ipsnone request 35093",
+            fmt::format("3 IpStatusSocketAccess::GetSettingFromSocket(): error {} during ioctl() "
+                        "for interfaceName ipsnone",
+                        ENODEV)}));
 }
 
 // The kernel keeps interface names to 15 characters, so its route table never

@@ -4,9 +4,9 @@
 // and the kernel reads themselves are in IpStatusKernelTest.cpp.
 #include "Modules/Nim/Linux/IpStatusModule.hpp"
 
-#include "StandInEthernetInfo.hpp"
 #include "../ipconfig/TestFiles.hpp"
 #include "MemoryLogSink.hpp"
+#include "StandInEthernetInfo.hpp"
 
 #include <Zel/Hardware/Commons/Modules/HardwareModuleProvider.hpp>
 #include <Zel/Hardware/Commons/Modules/ModuleSettings.hpp>
@@ -68,8 +68,8 @@ TEST(IpStatusModuleQueries, StatusOneBecomesInvalidOperationNamingTheQuery)
         Zel::Test::LogCapture capture(8);
         EXPECT_EQ(MessageOf<InvalidOperationException>([&] { (module.*c.query)(2); }),
                   fmt::format("IpStatusModule::{}(): {}() returned 1", c.name, c.failure));
-        EXPECT_TRUE(capture.Contains(3, fmt::format("IpStatusSocketAccess::{}(): Invalid device number 2",
-                                                    c.deviceMessage)));
+        EXPECT_TRUE(
+            capture.Contains(3, fmt::format("IpStatusSocketAccess::{}(): Invalid device number 2", c.deviceMessage)));
         // The trace line before the query, none with a result after it.
         EXPECT_EQ(capture.Count(8, fmt::format("IpStatusModule::{}(): 2", c.name)), 1u);
     }

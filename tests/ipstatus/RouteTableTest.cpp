@@ -33,14 +33,13 @@ std::string Line(const std::string& fields)
 std::string Route(const std::string& interfaceName, const std::string& destination, const std::string& gateway,
                   int metric = 0, const std::string& mask = "00000000", const std::string& flags = "0003")
 {
-    return Line(fmt::format("{}\t{}\t{}\t{}\t0\t0\t{}\t{}\t0\t0\t0", interfaceName, destination, gateway, flags,
-                            metric, mask));
+    return Line(
+        fmt::format("{}\t{}\t{}\t{}\t0\t0\t{}\t{}\t0\t0\t0", interfaceName, destination, gateway, flags, metric, mask));
 }
 
 const std::string heading = Line("Iface\tDestination\tGateway \tFlags\tRefCnt\tUse\tMetric\tMask\t\tMTU\tWindow\tIRTT");
 const std::string longName = "ipstatus-abcdef-longer"; // the ioctls would see "ipstatus-abcdef"
-const std::string table =
-    heading + Route("eth0", "00000000", "0100000A", 100) + Route("eth1", "00000000", "0900000A") +
+const std::string table = heading + Route("eth0", "00000000", "0100000A", 100) + Route("eth1", "00000000", "0900000A") +
     Route("eth0", "00000000", "0200000A", 200) + Route("eth1", "0000000A", "00000000", 0, "000000FF") +
     Route("eth2", "0002A8C0", "0102A8C0", 0, "00FFFFFF") + Route(longName, "00000000", "0100A8C0") +
     Route("ipstatus-abcdef", "00000000", "0200A8C0") + Route("eth3", "00000000", "00000000");
@@ -81,7 +80,8 @@ const GatewayCase gatewayCases[] = {
     {"other_lines_of_the_interface_ignored", table, "eth1", "10.0.0.9"},
     // Nor are flags, mask or a falling metric: only name and destination count.
     {"flags_mask_and_metric_ignored",
-     Route("eth0", "00000000", "0100000A", 5, "FFFFFFFF", "0001") + Route("eth0", "00000000", "0200000A", 1, "0000FFFF", "0000"),
+     Route("eth0", "00000000", "0100000A", 5, "FFFFFFFF", "0001") +
+         Route("eth0", "00000000", "0200000A", 1, "0000FFFF", "0000"),
      "eth0", "10.0.0.2"},
     {"gateway_bytes_lowest_first", Route("eth0", "00000000", "0102A8C0"), "eth0", "192.168.2.1"},
     {"zero_gateway_counts_as_found", table, "eth3", "0.0.0.0"},
@@ -127,8 +127,8 @@ TEST(IpStatusDeviceCheck, NumbersOutsideOneToCountAreRejected)
         std::uint32_t device;
         std::uint32_t count;
         bool rejected;
-    } cases[] = {{0, 2, true},  {3, 2, true},  {1, 0, true},  {0, 0, true}, {0xFFFFFFFFu, 2, true},
-                 {1, 2, false}, {2, 2, false}, {0xFFFFFFFFu, 0xFFFFFFFFu, false}};
+    } cases[] = {{0, 2, true},           {3, 2, true},  {1, 0, true},  {0, 0, true},
+                 {0xFFFFFFFFu, 2, true}, {1, 2, false}, {2, 2, false}, {0xFFFFFFFFu, 0xFFFFFFFFu, false}};
     for (const auto& c : cases) {
         SCOPED_TRACE(fmt::format("device {} of {}", c.device, c.count));
         Zel::Test::LogCapture capture(8);
@@ -140,7 +140,8 @@ TEST(IpStatusDeviceCheck, NumbersOutsideOneToCountAreRejected)
             EXPECT_EQ(access.GetCurrentIpAdress(c.device, c.count, "lo", result), 1);
             EXPECT_EQ(access.GetCurrentSubnetMask(c.device, c.count, "lo", result), 1);
             EXPECT_EQ(access.GetSettingFromSocket(c.device, c.count, "lo", 0x8915, result), 1);
-            EXPECT_EQ(capture.Count(3, "IpStatusSocketAccess::GetSettingFromSocket(): Invalid device number" + number), 3u);
+            EXPECT_EQ(capture.Count(3, "IpStatusSocketAccess::GetSettingFromSocket(): Invalid device number" + number),
+                      3u);
             EXPECT_TRUE(capture.Contains(8, "IpStatusSocketAccess::GetCurrentIpAdress():" + number));
             EXPECT_TRUE(capture.Contains(8, "IpStatusSocketAccess::GetCurrentSubnetMask():" + number));
         }
@@ -153,7 +154,8 @@ TEST(IpStatusDeviceCheck, NumbersOutsideOneToCountAreRejected)
 TEST(IpStatusDescriptors, NoQueryLeavesADescriptorOpen)
 {
     const auto openCount = [] {
-        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                             std::filesystem::directory_iterator());
     };
     const IpStatusSocketAccess access;
     BasicString result;
@@ -179,8 +181,9 @@ TEST(IpStatusDescriptors, ASocketThatCannotBeOpenedIsAFailure)
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
     EXPECT_EQ(status, 1);
     EXPECT_EQ(result, "unchanged");
-    EXPECT_TRUE(capture.Contains(3, "IpStatusSocketAccess::GetSettingFromSocket(): error during socket() for "
-                                    "interfaceName lo"));
+    EXPECT_TRUE(capture.Contains(3,
+                                 "IpStatusSocketAccess::GetSettingFromSocket(): error during socket() for "
+                                 "interfaceName lo"));
 }
 
 TEST(IpStatusFormatIpParameter, LowestByteIsTheFirstOctet)

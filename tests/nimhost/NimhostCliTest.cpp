@@ -14,9 +14,10 @@
 namespace Zel::Test {
 namespace {
 
-const std::vector<std::string> registeredModules{
-    "Zel.Hardware.Nim.Modules.IEthernetInfoModule", "Zel.Hardware.Nim.Modules.IIpConfigModule",
-    "Zel.Hardware.Nim.Modules.IIpStatusModule", "Zel.Hardware.Nim.Modules.INetworkComponentRegistrationModule"};
+const std::vector<std::string> registeredModules{"Zel.Hardware.Nim.Modules.IEthernetInfoModule",
+                                                 "Zel.Hardware.Nim.Modules.IIpConfigModule",
+                                                 "Zel.Hardware.Nim.Modules.IIpStatusModule",
+                                                 "Zel.Hardware.Nim.Modules.INetworkComponentRegistrationModule"};
 
 TEST(NimhostCli, ModulesListsTheRegisteredModulesAndThePlugInFile)
 {
@@ -55,39 +56,55 @@ TEST(NimhostCli, WrongInputGivesItsExitCodeAndMessageAndAJsonFailureDocument)
         std::string err;
     };
     const std::string address = "use an IPv4 address with an optional /prefix of 0 to 32, such as 192.168.1.10/24\n";
-    const std::string dns = "use one or more IPv4 addresses separated by single spaces, such as \"192.168.1.1 9.9.9.9\"\n";
+    const std::string dns =
+        "use one or more IPv4 addresses separated by single spaces, such as \"192.168.1.1 9.9.9.9\"\n";
     for (const Case& c : std::vector<Case>{
              {{"bogus"}, 2, "bogus"},
              {{"ip", "get", "1", "hostname"}, 2, "hostname"},
              {{"ip", "set", "1", "address"}, 2, "VALUE"},
              {{"--log-level", "9"}, 2, "--log-level"},
              {{"watch", "--count", "0"}, 2, "--count"},
-             {{"ip", "set", "1", "mode", "sideways"}, 2,
+             {{"ip", "set", "1", "mode", "sideways"},
+              2,
               "nimhost: 'sideways' is not a method word: use one of static, dhcp, manual, loopback, ppp, bootp\n"},
              {{"ip", "set", "1", "address", "999.1.1.1"}, 2, "nimhost: '999.1.1.1' is not a valid address: " + address},
-             {{"ip", "set", "1", "address", "10.0.0.1/33"}, 2, "nimhost: '10.0.0.1/33' is not a valid address: " + address},
-             {{"ip", "set", "1", "address", "1.2.3.4 5.6.7.8"}, 2,
+             {{"ip", "set", "1", "address", "10.0.0.1/33"},
+              2,
+              "nimhost: '10.0.0.1/33' is not a valid address: " + address},
+             {{"ip", "set", "1", "address", "1.2.3.4 5.6.7.8"},
+              2,
               "nimhost: '1.2.3.4 5.6.7.8' is not a valid address: " + address},
              {{"ip", "set", "1", "address", ""}, 2, "nimhost: the address is empty: " + address},
-             {{"ip", "set", "1", "netmask", "255.0.255.0"}, 2,
+             {{"ip", "set", "1", "netmask", "255.0.255.0"},
+              2,
               "nimhost: '255.0.255.0' is not a valid netmask: use a dotted-quad netmask with contiguous ones, such "
               "as 255.255.255.0\n"},
-             {{"ip", "set", "1", "gateway", "10.0.0.1/8"}, 2,
+             {{"ip", "set", "1", "gateway", "10.0.0.1/8"},
+              2,
               "nimhost: '10.0.0.1/8' is not a valid gateway: use an IPv4 address, such as 192.168.1.1\n"},
-             {{"ip", "set", "1", "dns", "1.1.1.1  9.9.9.9"}, 2,
+             {{"ip", "set", "1", "dns", "1.1.1.1  9.9.9.9"},
+              2,
               "nimhost: '1.1.1.1  9.9.9.9' is not a valid list of name servers: " + dns},
-             {{"ip", "set", "1", "dns", "1.1.1.1 "}, 2, "nimhost: '1.1.1.1 ' is not a valid list of name servers: " + dns},
+             {{"ip", "set", "1", "dns", "1.1.1.1 "},
+              2,
+              "nimhost: '1.1.1.1 ' is not a valid list of name servers: " + dns},
              {{"--config", board, "status", "0"}, 2, "nimhost: device 0 does not exist; this board has device 1\n"},
-             {{"--config", board, "ip", "get", "3", "address"}, 2,
+             {{"--config", board, "ip", "get", "3", "address"},
+              2,
               "nimhost: device 3 does not exist; this board has device 1\n"},
              {{"--config", board, "status", ""}, 2, "nimhost: no device number given; this board has device 1\n"},
-             {{"--config", board, "ip", "set", "eth0", "mode", "dhcp"}, 2,
+             {{"--config", board, "ip", "set", "eth0", "mode", "dhcp"},
+              2,
               "nimhost: device 'eth0' is not a device number; this board has device 1\n"},
-             {{"--config", "/nonexistent/board.toml", "report"}, 2,
+             {{"--config", "/nonexistent/board.toml", "report"},
+              2,
               "nimhost: /nonexistent/board.toml: File could not be opened for reading\n"},
-             {{"--config", "/tmp", "report"}, 2, "nimhost: --config /tmp: is a directory; name a settings file (TOML)\n"},
+             {{"--config", "/tmp", "report"},
+              2,
+              "nimhost: --config /tmp: is a directory; name a settings file (TOML)\n"},
              {{"--config", "", "settings"}, 2, "nimhost: --config needs the name of a settings file\n"},
-             {{"--plugin", "/nonexistent/libNothing.so", "modules"}, 1,
+             {{"--plugin", "/nonexistent/libNothing.so", "modules"},
+              1,
               "nimhost: Could not load library '/nonexistent/libNothing.so': "}}) {
         SCOPED_TRACE(fmt::format("{}", fmt::join(c.arguments, " ")));
         const auto result = RunNimhost(c.arguments);
@@ -127,10 +144,12 @@ TEST(NimhostSettingsFile, EveryFaultIsExitTwoNamingFileLineColumnAndKey)
              {eth + "mandatoryInterfaces = 0x2\n",
               ":2:23" + key + ".mandatoryInterfaces': a setting must be text in quotes, not integer\n"},
              {eth + "path.1.1.sysFile = \"/sys/class/net/eth0/\"\n",
-              ":2:1" + key + ".path': a setting must be text, not a table (a dotted key needs quotes: "
-                             "\"path.1.1.sysFile\" = ...)\n"},
-             {fields + "interfaces = [\n  [\"1\", \"X1\", \"eth0\", \"1\", \"sysFile\", \"P1\", \"Ethernet\"],\n"
-                       "  [\"2\", \"X2\", \"eth1\", 1, \"sysFile\", \"P2\", \"Ethernet\"],\n]\n",
+              ":2:1" + key +
+                  ".path': a setting must be text, not a table (a dotted key needs quotes: "
+                  "\"path.1.1.sysFile\" = ...)\n"},
+             {fields +
+                  "interfaces = [\n  [\"1\", \"X1\", \"eth0\", \"1\", \"sysFile\", \"P1\", \"Ethernet\"],\n"
+                  "  [\"2\", \"X2\", \"eth1\", 1, \"sysFile\", \"P2\", \"Ethernet\"],\n]\n",
               ":4:23" + key + ".fields.interfaces': line 2 column 4 must be text in quotes, not integer\n"},
              {fields + "interfaces = [\"1\", \"X1\"]\n",
               ":2:15" + key + ".fields.interfaces': line 1 must be an array of texts, not string\n"},
@@ -146,42 +165,62 @@ TEST(NimhostSettingsFile, EveryFaultIsExitTwoNamingFileLineColumnAndKey)
               "INetworkComponentRegistrationModule)\n"},
              {fields + "interfaces = [\n  [\"1\"],\n", ":3:"},
              {eth + "mandatoryInterfaces = \"two\"\n" + fields + "interfaces = []\n",
-              ":2:23" + key + ".mandatoryInterfaces': 'two' is not an unsigned number (decimal, 0x hexadecimal or 0 "
-                              "octal)\n"},
+              ":2:23" + key +
+                  ".mandatoryInterfaces': 'two' is not an unsigned number (decimal, 0x hexadecimal or 0 "
+                  "octal)\n"},
              {line(R"("1", "L", "lo", "0", "unsupported", "")"),
-              ":3:15" + key + ".fields.interfaces': line 1 has 6 columns, a line has 7: device index, public name, "
-                              "interface name, port count, port mode, port names, interface type\n"},
+              ":3:15" + key +
+                  ".fields.interfaces': line 1 has 6 columns, a line has 7: device index, public name, "
+                  "interface name, port count, port mode, port names, interface type\n"},
              {line(R"("2", "L", "lo", "0", "unsupported", "", "Internal")"),
               ":3:16" + table + "1 (device index): is 2 but must be the line number, 1\n"},
              {line(R"("1", "L", "lo", "abc", "unsupported", "", "Internal")"),
-              ":3:32" + table + "4 (port count): 'abc' is not an unsigned number (decimal, 0x hexadecimal or 0 octal)\n"},
+              ":3:32" + table +
+                  "4 (port count): 'abc' is not an unsigned number (decimal, 0x hexadecimal or 0 octal)\n"},
              {line(R"("1", "L", "lo", "-1", "unsupported", "", "Internal")"),
-              ":3:32" + table + "4 (port count): '-1' is not an unsigned number (decimal, 0x hexadecimal or 0 octal)\n"},
+              ":3:32" + table +
+                  "4 (port count): '-1' is not an unsigned number (decimal, 0x hexadecimal or 0 octal)\n"},
              {line(R"("1", "L", "lo", "99999999999", "unsupported", "", "Internal")"),
-              ":3:32" + table + "4 (port count): '99999999999' is not an unsigned number (decimal, 0x hexadecimal "
-                                "or 0 octal)\n"},
+              ":3:32" + table +
+                  "4 (port count): '99999999999' is not an unsigned number (decimal, 0x hexadecimal "
+                  "or 0 octal)\n"},
              {line(R"("01", "L", "lo", "0x41", "unsupported", "", "Internal")"),
               ":3:33" + table + "4 (port count): 65 is more ports than a device has (at most 64)\n"},
              {line(R"("1", "L", "lo", "0", "sysfile", "", "Ether")"),
-              ":3:37" + table + "5 (port mode): unknown mode 'sysfile': use one of i210Driver, sysFile, "
-                                "switchKSZ8794, switchKSZ8794spi, switchKSZ8863gpio, unsupported\n"
-                                "nimhost: <file>:3:52" + table + "7 (interface type): unknown interface type 'Ether': "
-                                "use one of Ethernet, Fieldbus, Service, Internal, Wireless, Unknown\n"},
+              ":3:37" + table +
+                  "5 (port mode): unknown mode 'sysfile': use one of i210Driver, sysFile, "
+                  "switchKSZ8794, switchKSZ8794spi, switchKSZ8863gpio, unsupported\n"
+                  "nimhost: <file>:3:52" +
+                  table +
+                  "7 (interface type): unknown interface type 'Ether': "
+                  "use one of Ethernet, Fieldbus, Service, Internal, Wireless, Unknown\n"},
              {line(R"("1", "L", "lo", "0x40", "unsupported", "a", "Internal")"),
               ":3:55" + table + "6 (port names): 1 names for 64 ports: give one per port, separated by ';', or none\n"},
-             {eth + "\"path.1.1.sysFile\" = \"sys/class/net/lo/\"\n\"path.1.2.sysFile\" = \"/nonexistent/\"\n"
-                  "\"path.1.3.sysFile\" = \"/sys/class/net/lo\"\n" + fields +
-                  "interfaces = [[\"1\", \"L\", \"lo\", \"4\", \"sysFile\", \"\", \"Internal\"]]\n",
-              ":2:22" + key + ".\"path.1.1.sysFile\"': 'sys/class/net/lo/' is not an absolute path\n"
-              "nimhost: <file>:3:22" + key + ".\"path.1.2.sysFile\"': '/nonexistent/': No such file or directory\n"
-              "nimhost: <file>:4:22" + key + ".\"path.1.3.sysFile\"': '/sys/class/net/lo' must end in '/' (the "
-                                             "directory of the interface)\n"
-              "nimhost: <file>:6:15" + key + ".\"path.1.4.sysFile\"': missing: the port mode of this line reads it\n"},
-             {eth + "typo = \"1\"\n" + fields + "interface = [[\"1\", \"L\", \"lo\", \"0\", \"unsupported\", \"\", \"Internal\"]]\n",
-              ":3:1" + key + ".fields.interfaces': missing: the board's devices are described in this table\n"
-              "nimhost: warning: <file>:4:13" + key + ".fields.interface': unknown table, not read (the devices are "
-                                                      "in 'interfaces')\n"
-              "nimhost: warning: <file>:2:8" + key + ".\"typo\"': unknown key, not read\n"}}) {
+             {eth +
+                  "\"path.1.1.sysFile\" = \"sys/class/net/lo/\"\n\"path.1.2.sysFile\" = \"/nonexistent/\"\n"
+                  "\"path.1.3.sysFile\" = \"/sys/class/net/lo\"\n" +
+                  fields + "interfaces = [[\"1\", \"L\", \"lo\", \"4\", \"sysFile\", \"\", \"Internal\"]]\n",
+              ":2:22" + key +
+                  ".\"path.1.1.sysFile\"': 'sys/class/net/lo/' is not an absolute path\n"
+                  "nimhost: <file>:3:22" +
+                  key +
+                  ".\"path.1.2.sysFile\"': '/nonexistent/': No such file or directory\n"
+                  "nimhost: <file>:4:22" +
+                  key +
+                  ".\"path.1.3.sysFile\"': '/sys/class/net/lo' must end in '/' (the "
+                  "directory of the interface)\n"
+                  "nimhost: <file>:6:15" +
+                  key + ".\"path.1.4.sysFile\"': missing: the port mode of this line reads it\n"},
+             {eth + "typo = \"1\"\n" + fields +
+                  "interface = [[\"1\", \"L\", \"lo\", \"0\", \"unsupported\", \"\", \"Internal\"]]\n",
+              ":3:1" + key +
+                  ".fields.interfaces': missing: the board's devices are described in this table\n"
+                  "nimhost: warning: <file>:4:13" +
+                  key +
+                  ".fields.interface': unknown table, not read (the devices are "
+                  "in 'interfaces')\n"
+                  "nimhost: warning: <file>:2:8" +
+                  key + ".\"typo\"': unknown key, not read\n"}}) {
         SCOPED_TRACE(c.content);
         const std::string path = directory.Write("board.toml", c.content);
         const auto result = RunNimhost({"--config", path, "report"});
@@ -191,7 +230,8 @@ TEST(NimhostSettingsFile, EveryFaultIsExitTwoNamingFileLineColumnAndKey)
             expected.replace(at, 6, path);
         }
         EXPECT_TRUE(c.expected.back() == '\n' ? result.err == expected : result.err.rfind(expected, 0) == 0U)
-            << result.err << "\nexpected:\n" << expected;
+            << result.err << "\nexpected:\n"
+            << expected;
         EXPECT_EQ(result.out, "");
     }
 }

@@ -47,12 +47,14 @@ std::string BoardSettings(const std::string& extraLines = "")
 mandatoryInterfaces = "2"
 "path.1.1.sysFile" = "/sys/class/net/eth0/"
 "path.2.1.sysFile" = "/sys/class/net/eth1/"
-)") + (extraLines.empty() ? "" : "\"path.3.1.sysFile\" = \"/sys/class/net/eth2/\"\n") + R"(
+)") + (extraLines.empty() ? "" : "\"path.3.1.sysFile\" = \"/sys/class/net/eth2/\"\n") +
+        R"(
 ["Zel.Hardware.Nim.Modules.IEthernetInfoModule".fields]
 interfaces = [
   ["1", "X1", "eth0", "1", "sysFile", "P1", "Ethernet"],
   ["2", "X2", "eth1", "1", "sysFile", "P2", "Fieldbus"],
-)" + extraLines + "]\n";
+)" + extraLines +
+        "]\n";
 }
 
 std::string Operstate(const std::string& name)
@@ -75,7 +77,8 @@ json Parse(const NimhostResult& result)
 std::string Mac(const std::string& name)
 {
     std::string mac = Ip("link show dev " + name)[0]["address"];
-    std::transform(mac.begin(), mac.end(), mac.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    std::transform(mac.begin(), mac.end(), mac.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
     return mac;
 }
 
@@ -172,31 +175,39 @@ TEST_F(NimhostReport, TextReportShowsCodesInWordsAndMarksDrift)
 {
     struct Case {
         std::string file; // empty: no file
-        json differs;     // of device 1
+        json differs; // of device 1
         std::vector<std::string> lines;
     };
     const json none{{"address", nullptr}, {"netmask", nullptr}, {"gateway", nullptr}};
     const std::string eth0 = "iface eth0 inet static\n";
-    for (const Case& c : std::vector<Case>{
-             {interfacesText, {{"address", false}, {"netmask", false}, {"gateway", true}},
-              {"Device 2: X2 (eth1), MAC 02:00:00:00:00:02, type Fieldbus (2)",
-               "  PORT  PUBLIC NAME  MODE     LINK    SPEED        DUPLEX",
-               "  1     P1           sysFile  up (1)  unknown (0)  full (2)",
-               "  gateway  192.168.1.1    192.168.1.254 *", "  method                  static (0)",
-               "  address  10.0.0.10  not set", "* the configured value differs from the live one"}},
-             {eth0 + "    address 192.168.1.10/16\n", {{"address", true}, {"netmask", true}, {"gateway", nullptr}},
-              {"  address  192.168.1.10   192.168.1.10/16 *"}},
-             {eth0 + "    address 192.168.1.10/24\n", {{"address", false}, {"netmask", false}, {"gateway", nullptr}},
-              {"  netmask  255.255.255.0  not set"}},
-             {eth0 + "    netmask 255.255.0.0\n", {{"address", nullptr}, {"netmask", true}, {"gateway", nullptr}},
-              {"  netmask  255.255.255.0  255.255.0.0 *"}},
-             {eth0 + "    netmask 24\n    gateway 192.168.1.1\r\n",
-              {{"address", nullptr}, {"netmask", false}, {"gateway", true}},
-              {"  gateway  192.168.1.1    192.168.1.1\\r ! *", "! the value holds control characters, shown escaped "
-                                                             "(\\r, \\t, \\xNN)"}},
-             {eth0 + "    netmask \n", none, {"  netmask  255.255.255.0  error [1]", "  [1] a line of this "
-                                        "interface's block in /etc/network/interfaces has the key but no value"}},
-             {"", none, {"  address  192.168.1.10   not set", "  method                  not set"}}}) {
+    for (const Case& c :
+         std::vector<Case>{{interfacesText,
+                            {{"address", false}, {"netmask", false}, {"gateway", true}},
+                            {"Device 2: X2 (eth1), MAC 02:00:00:00:00:02, type Fieldbus (2)",
+                             "  PORT  PUBLIC NAME  MODE     LINK    SPEED        DUPLEX",
+                             "  1     P1           sysFile  up (1)  unknown (0)  full (2)",
+                             "  gateway  192.168.1.1    192.168.1.254 *", "  method                  static (0)",
+                             "  address  10.0.0.10  not set", "* the configured value differs from the live one"}},
+                           {eth0 + "    address 192.168.1.10/16\n",
+                            {{"address", true}, {"netmask", true}, {"gateway", nullptr}},
+                            {"  address  192.168.1.10   192.168.1.10/16 *"}},
+                           {eth0 + "    address 192.168.1.10/24\n",
+                            {{"address", false}, {"netmask", false}, {"gateway", nullptr}},
+                            {"  netmask  255.255.255.0  not set"}},
+                           {eth0 + "    netmask 255.255.0.0\n",
+                            {{"address", nullptr}, {"netmask", true}, {"gateway", nullptr}},
+                            {"  netmask  255.255.255.0  255.255.0.0 *"}},
+                           {eth0 + "    netmask 24\n    gateway 192.168.1.1\r\n",
+                            {{"address", nullptr}, {"netmask", false}, {"gateway", true}},
+                            {"  gateway  192.168.1.1    192.168.1.1\\r ! *",
+                             "! the value holds control characters, shown escaped "
+                             "(\\r, \\t, \\xNN)"}},
+                           {eth0 + "    netmask \n",
+                            none,
+                            {"  netmask  255.255.255.0  error [1]",
+                             "  [1] a line of this "
+                             "interface's block in /etc/network/interfaces has the key but no value"}},
+                           {"", none, {"  address  192.168.1.10   not set", "  method                  not set"}}}) {
         SCOPED_TRACE(c.file);
         Zel::Test::Run("rm -f " + interfacesFile);
         if (!c.file.empty()) {
@@ -224,12 +235,12 @@ class NimhostIpConfig : public NimhostSandbox {};
 TEST_F(NimhostIpConfig, EverySetPrintsTheChangeIsReadBackAndStandsInTheFile)
 {
     // The widest prefix, /32, is still an address.
-    for (const auto& [device, field, value, before] : std::vector<std::array<std::string, 4>>{
-             {"1", "address", "192.168.1.20/32", "eth0 address: 192.168.1.10"},
-             {"1", "netmask", "255.255.0.0", "eth0 netmask: 255.255.255.0"},
-             {"1", "gateway", "192.168.1.1", "eth0 gateway: 192.168.1.254"},
-             {"1", "dns", "192.168.1.1 9.9.9.9", "eth0 dns: not set"},
-             {"2", "mode", "static", "eth1 mode: dhcp"}}) {
+    for (const auto& [device, field, value, before] :
+         std::vector<std::array<std::string, 4>>{{"1", "address", "192.168.1.20/32", "eth0 address: 192.168.1.10"},
+                                                 {"1", "netmask", "255.255.0.0", "eth0 netmask: 255.255.255.0"},
+                                                 {"1", "gateway", "192.168.1.1", "eth0 gateway: 192.168.1.254"},
+                                                 {"1", "dns", "192.168.1.1 9.9.9.9", "eth0 dns: not set"},
+                                                 {"2", "mode", "static", "eth1 mode: dhcp"}}) {
         SCOPED_TRACE(field);
         const auto set = Nimhost({"ip", "set", device, field, value});
         EXPECT_EQ(set.exitCode, 0) << set.err;
@@ -277,26 +288,35 @@ TEST_F(NimhostIpConfig, AFailedSetSaysWhyAndLeavesTheFile)
     NetSandbox().Veth("eth2", "eth2p").Up();
     settings = directory.Write("three.toml", BoardSettings(R"(  ["3", "X3", "eth2", "1", "sysFile", "P3", "Ethernet"],
 )"));
-    const std::string crowded = interfacesText + "iface eth2 inet dhcp\n    mtu 1500\n    pre-up true\n    post-up true\n"
-                                                 "    hwaddress ether 02:00:00:00:00:03\n";
+    const std::string crowded = interfacesText +
+        "iface eth2 inet dhcp\n    mtu 1500\n    pre-up true\n    post-up true\n"
+        "    hwaddress ether 02:00:00:00:00:03\n";
     struct Case {
         std::string file; // content of the interfaces file; empty: no file
-        bool readOnly;    // /etc/network mounted read-only
+        bool readOnly; // /etc/network mounted read-only
         std::vector<std::string> arguments;
         std::string err;
     };
     for (const Case& c : std::vector<Case>{
-             {interfacesText, false, {"ip", "set", "3", "netmask", "255.0.0.0"},
+             {interfacesText,
+              false,
+              {"ip", "set", "3", "netmask", "255.0.0.0"},
               "nimhost: eth2 netmask: not set -> 255.0.0.0 not written: /etc/network/interfaces has no 'iface eth2 "
               "inet' block; add one (for example 'iface eth2 inet static') first\n"},
-             {crowded, false, {"ip", "set", "3", "gateway", "10.0.0.1"},
+             {crowded,
+              false,
+              {"ip", "set", "3", "gateway", "10.0.0.1"},
               "nimhost: eth2 gateway: not set -> 10.0.0.1 not written: no room for 'gateway' in the block of eth2: a "
               "value goes only into the first four lines after 'iface eth2 inet' (replacing its line, before a later "
               "setting, or on an empty line); add an empty line or a 'gateway' line there\n"},
-             {interfacesText, true, {"ip", "set", "1", "netmask", "255.0.0.0"},
+             {interfacesText,
+              true,
+              {"ip", "set", "1", "netmask", "255.0.0.0"},
               "nimhost: eth0 netmask: 255.255.255.0 -> 255.0.0.0 not written: cannot write "
               "/etc/network/interfaces.tmp: Read-only file system\n"},
-             {"", false, {"ip", "set", "2", "mode", "static"},
+             {"",
+              false,
+              {"ip", "set", "2", "mode", "static"},
               "nimhost: eth1 mode: not set -> static not written: /etc/network/interfaces not found: nothing "
               "configured; create it with an 'iface eth1 inet static' block\n"}}) {
         SCOPED_TRACE(fmt::format("{}", fmt::join(c.arguments, " ")));
@@ -330,8 +350,11 @@ TEST_F(NimhostStatus, StatusShowsTheKernelsCurrentValues)
     EXPECT_EQ(Parse(Nimhost({"status", "2", "--json"})),
               json::parse(R"({"device": 2, "address": "10.0.0.10", "netmask": "255.0.0.0", "gateway": "0.0.0.0"})"));
     // Live means live: a changed address and route show at once.
-    NetSandbox().Ip("addr flush dev eth1").Interface("eth1").Address("172.16.5.6/12").Route(
-        "default via 172.16.0.1 dev eth1 metric 5");
+    NetSandbox()
+        .Ip("addr flush dev eth1")
+        .Interface("eth1")
+        .Address("172.16.5.6/12")
+        .Route("default via 172.16.0.1 dev eth1 metric 5");
     EXPECT_EQ(Nimhost({"status", "2"}).out, "address  172.16.5.6\nnetmask  255.240.0.0\ngateway  172.16.0.1\n");
 }
 
@@ -346,8 +369,8 @@ protected:
     {
         options.insert(options.begin(), {"--config", settings, "--log-level", logLevel, "watch", "--interval", "20"});
         Zel::Test::Run("(" + NimhostCommand(options) + " >" + run.Path("out") + " 2>" + run.Path("err") +
-                       " & echo $! >" + run.Path("pid") +
-                       "; wait $!; echo $? >" + run.Path("rc") + ") >/dev/null 2>&1 &");
+                       " & echo $! >" + run.Path("pid") + "; wait $!; echo $? >" + run.Path("rc") +
+                       ") >/dev/null 2>&1 &");
     }
 
     void TearDown() override
@@ -360,17 +383,20 @@ protected:
     std::vector<std::string> Lines(std::size_t count) const
     {
         std::vector<std::string> lines;
-        WaitUntil([&] {
-            lines = Split(ReadIfThere(run.Path("out")));
-            return lines.size() >= count;
-        }, 20s);
+        WaitUntil(
+            [&] {
+                lines = Split(ReadIfThere(run.Path("out")));
+                return lines.size() >= count;
+            },
+            20s);
         return lines;
     }
 
     // The exit code once nimhost ended; -1 when it did not within 20 s.
     int ExitCode() const
     {
-        const bool ended = WaitUntil([this] { return ReadIfThere(run.Path("rc")).find('\n') != std::string::npos; }, 20s);
+        const bool ended =
+            WaitUntil([this] { return ReadIfThere(run.Path("rc")).find('\n') != std::string::npos; }, 20s);
         return ended ? std::stoi(ReadIfThere(run.Path("rc"))) : -1;
     }
 
@@ -389,8 +415,10 @@ TEST_F(NimhostWatch, JsonPrintsEveryPortThenEachChangeAndEndsAfterCountChanges)
     EXPECT_EQ(ExitCode(), 0);
     const auto lines = Lines(4);
     ASSERT_EQ(lines.size(), 4U);
-    const std::vector<std::tuple<const char*, int, int>> events{
-        {"initial", 1, 1}, {"initial", 2, 1}, {"change", 2, 255}, {"change", 2, 1}};
+    const std::vector<std::tuple<const char*, int, int>> events{{"initial", 1, 1},
+                                                                {"initial", 2, 1},
+                                                                {"change", 2, 255},
+                                                                {"change", 2, 1}};
     for (std::size_t i = 0; i < events.size(); ++i) {
         const auto& [event, device, linkState] = events[i];
         const auto parsed = json::parse(lines[i]);
@@ -416,14 +444,17 @@ TEST_F(NimhostWatch, TextLinesAndRepeatedLibraryMessagesPrintedOnceWithTheirCoun
     NetSandbox().SetLinkDown("eth0p");
     const auto lines = Lines(3);
     ASSERT_EQ(lines.size(), 3U);
-    EXPECT_TRUE(std::regex_match(lines[2], std::regex(time + R"(  device 1 \(eth0\) port 1 \(P1\): link unknown )"
-                                                              R"(\(255\), speed unknown \(0\), duplex full \(2\))")))
+    EXPECT_TRUE(std::regex_match(lines[2],
+                                 std::regex(time +
+                                            R"(  device 1 \(eth0\) port 1 \(P1\): link unknown )"
+                                            R"(\(255\), speed unknown \(0\), duplex full \(2\))")))
         << lines[2];
     Zel::Test::Run("kill -TERM $(cat " + run.Path("pid") + ")");
     EXPECT_EQ(ExitCode(), 0);
     const std::string err = ReadIfThere(run.Path("err"));
-    const std::regex message(R"(\[3\] [\w.]+: Error \w+\(\) for device 2, port 1 \(/sys/class/net/eth1/(speed|duplex)\): )"
-                             R"(errno 22( \((\d+) times\))?)");
+    const std::regex message(
+        R"(\[3\] [\w.]+: Error \w+\(\) for device 2, port 1 \(/sys/class/net/eth1/(speed|duplex)\): )"
+        R"(errno 22( \((\d+) times\))?)");
     std::size_t first = 0;
     std::size_t counted = 0;
     for (const auto& line : Split(err)) {
@@ -463,20 +494,22 @@ TEST_P(NimhostWatchEvents, ChangesFollowTheKernelsNotifications)
     ASSERT_EQ(Lines(2).size(), 2U);
     ASSERT_EQ(Zel::Test::Run(row.action), 0) << row.action;
     std::size_t found = 0;
-    WaitUntil([&] {
-        found = 0;
-        for (const auto& line : Lines(0)) {
-            const auto event = json::parse(line);
-            auto merged = event;
-            if (found < row.expected.size()) {
-                merged.update(row.expected[found]);
+    WaitUntil(
+        [&] {
+            found = 0;
+            for (const auto& line : Lines(0)) {
+                const auto event = json::parse(line);
+                auto merged = event;
+                if (found < row.expected.size()) {
+                    merged.update(row.expected[found]);
+                }
+                if (found < row.expected.size() && event == merged) {
+                    ++found;
+                }
             }
-            if (found < row.expected.size() && event == merged) {
-                ++found;
-            }
-        }
-        return found == row.expected.size() && ReadIfThere(run.Path("err")).find(row.error) != std::string::npos;
-    }, 8s); // below watch's 10 s re-read of every port, which would hide a missed notification
+            return found == row.expected.size() && ReadIfThere(run.Path("err")).find(row.error) != std::string::npos;
+        },
+        8s); // below watch's 10 s re-read of every port, which would hide a missed notification
     EXPECT_EQ(found, row.expected.size()) << ReadIfThere(run.Path("out"));
     EXPECT_NE(ReadIfThere(run.Path("err")).find(row.error), std::string::npos) << ReadIfThere(run.Path("err"));
 }
@@ -486,19 +519,23 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         // The flap of eth1 comes back within the debounce time and is dropped;
         // eth0's down is reported once the time is up, and ends the watch.
-        WatchEventRow{"debounce", {"--debounce", "1500", "--count", "1"},
+        WatchEventRow{"debounce",
+                      {"--debounce", "1500", "--count", "1"},
                       "ip link set eth1p down && ip link set eth1p up && ip link set eth0 down",
-                      {json{{"event", "change"}, {"device", 1}, {"linkState", 0}}}, ""},
+                      {json{{"event", "change"}, {"device", 1}, {"linkState", 0}}},
+                      ""},
         // A receive buffer too small for one burst: the kernel drops
         // notifications, and watch reads every port again.
-        WatchEventRow{"overrun", {"--receive-buffer", "1"},
+        WatchEventRow{"overrun",
+                      {"--receive-buffer", "1"},
                       "printf 'link set eth0p down\nlink set eth0p up\nlink set eth0 down\nlink set eth0 up\n"
                       "link set eth0p down\nlink set eth0p up\nlink set eth1p down\n' | ip -batch -",
                       {json{{"event", "change"}, {"device", 2}, {"linkState", 255}}},
                       "nimhost: watch: link notifications were lost (receive buffer overrun); reading every port "
                       "again\n"},
         // A board interface that goes and comes back is reported, not fatal.
-        WatchEventRow{"interfaces", {},
+        WatchEventRow{"interfaces",
+                      {},
                       "ip link del eth1 && ip link add eth1 type veth peer name eth1p && ip link set eth0 down",
                       {json{{"event", "disappeared"}, {"interfaceName", "eth1"}},
                        json{{"event", "appeared"}, {"interfaceName", "eth1"}},
@@ -533,7 +570,9 @@ TEST_F(NimhostReport, MetricsPassPromtoolAndLeaveUnknownValuesOut)
     std::string failed;
     const auto fail = [&failed](const char* device, const char* query) {
         failed += fmt::format(R"(nim_query_failed{{device="{}",query="IIpConfigModule::Get{}",exception=)"
-                              R"("Zel::System::Commons::InvalidOperationException"}} 1)" "\n", device, query);
+                              R"("Zel::System::Commons::InvalidOperationException"}} 1)"
+                              "\n",
+                              device, query);
     };
     fail(R"(1",interface="eth0)", "DnsNameservers");
     for (const char* device : {R"(2",interface="eth1)", R"(3",interface="lo)"}) {
@@ -578,8 +617,10 @@ nim_collection_duration_seconds T
     // The other speed codes in bytes per second too.
     for (const auto& [mbits, bytes] : {std::pair{"10\n", " 1250000\n"}, std::pair{"1000\n", " 125000000\n"}}) {
         WriteFile(port + "speed", mbits);
-        EXPECT_NE(Nimhost({"metrics"}).out.find(R"(nim_port_speed_bytes{device="3",interface="lo",port="1"})" +
-                                                std::string(bytes)), std::string::npos) << mbits;
+        EXPECT_NE(Nimhost({"metrics"})
+                      .out.find(R"(nim_port_speed_bytes{device="3",interface="lo",port="1"})" + std::string(bytes)),
+                  std::string::npos)
+            << mbits;
     }
 }
 
@@ -608,8 +649,8 @@ TEST_F(NimhostDefaults, EveryInterfaceButLoIsADeviceWithOneSysfsPort)
     }
 
     // The generic sysfs example runs on a board with its interfaces.
-    const auto example = Parse(RunNimhost({"--config", NIMHOST_EXAMPLES "/sysfs.toml", "--log-level", "0",
-                                           "report", "--json"}))["devices"];
+    const auto example = Parse(
+        RunNimhost({"--config", NIMHOST_EXAMPLES "/sysfs.toml", "--log-level", "0", "report", "--json"}))["devices"];
     ASSERT_EQ(example.size(), 2U);
     EXPECT_EQ(example[1]["publicName"], "Service");
     EXPECT_EQ(example[1]["interfaceType"], 3);

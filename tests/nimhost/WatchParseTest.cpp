@@ -85,8 +85,13 @@ TEST(WatchParse, LinkMessagesGiveTheirKindIndexNameAndFlagsAndAFaultMarksTheBatc
          Join({eth0, LinkMessage(RTM_NEWADDR, 2, "eth0"), LinkMessage(RTM_DELLINK, 3, "eth1")}),
          {{Kind::NewLink, 2, "eth0", 0x1043}, {Kind::DelLink, 3, "eth1", 0}},
          false},
-        {"the kernel's overrun message", Join({Message(NLMSG_OVERRUN, {}), eth0}), {{Kind::NewLink, 2, "eth0", 0x1043}}, true},
-        {"a datagram cut inside the second header", Join({eth0, Cut(eth0, 8)}), {{Kind::NewLink, 2, "eth0", 0x1043}},
+        {"the kernel's overrun message",
+         Join({Message(NLMSG_OVERRUN, {}), eth0}),
+         {{Kind::NewLink, 2, "eth0", 0x1043}},
+         true},
+        {"a datagram cut inside the second header",
+         Join({eth0, Cut(eth0, 8)}),
+         {{Kind::NewLink, 2, "eth0", 0x1043}},
          true},
         {"a message shorter than its ifinfomsg", Cut(eth0, NLMSG_HDRLEN + 4), {}, true},
         {"an attribute running past the message", LinkMessage(RTM_NEWLINK, 3, "eth1", 0, 200), {}, true},
@@ -110,10 +115,11 @@ TEST(WatchParse, MetricsTextEscapesLabelValuesAndLeavesEmptyFamiliesOut)
     text.Family("nim_port_speed_bytes", "gauge", "Speed.");
     text.Sample({}, 125000000);
     text.Sample({}, 0.25);
-    EXPECT_EQ(text.Text(), "# HELP nim_port_info Texts\\\\of a port.\n# TYPE nim_port_info gauge\n"
-                           "nim_port_info{public_name=\"a\\\"b\\\\c\\nd\"} 1\n"
-                           "# HELP nim_port_speed_bytes Speed.\n# TYPE nim_port_speed_bytes gauge\n"
-                           "nim_port_speed_bytes 125000000\nnim_port_speed_bytes 0.25\n");
+    EXPECT_EQ(text.Text(),
+              "# HELP nim_port_info Texts\\\\of a port.\n# TYPE nim_port_info gauge\n"
+              "nim_port_info{public_name=\"a\\\"b\\\\c\\nd\"} 1\n"
+              "# HELP nim_port_speed_bytes Speed.\n# TYPE nim_port_speed_bytes gauge\n"
+              "nim_port_speed_bytes 125000000\nnim_port_speed_bytes 0.25\n");
 }
 
 // News once; repeats counted and told when they stop coming in a round or at
@@ -142,8 +148,9 @@ TEST(WatchParse, LogDigestPrintsNewsOnceAndTellsHowOftenItCame)
     std::rewind(out);
     text.resize(std::fread(text.data(), 1, text.size(), out));
     std::fclose(out);
-    EXPECT_EQ(text, "[3] A: again\n[3] A: once\n[7] B: debug\n[7] B: debug\n[3] A: once\n[3] A: twice\n"
-                    "[3] A: again (4 times)\n[3] A: twice (2 times)\n");
+    EXPECT_EQ(text,
+              "[3] A: again\n[3] A: once\n[7] B: debug\n[7] B: debug\n[3] A: once\n[3] A: twice\n"
+              "[3] A: again (4 times)\n[3] A: twice (2 times)\n");
     EXPECT_EQ(digest.TextsSince(9, 3), (std::vector<std::string>{"once", "twice", "twice"}));
 }
 

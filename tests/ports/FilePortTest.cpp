@@ -1,9 +1,9 @@
 // The ports that read attribute files: sysfs ports (device 2, port 3) and
 // KSZ8794 driver-file ports (device 1, port 4), on scratch files that the
 // tests rewrite between queries.
+#include "Checks.hpp"
 #include "Modules/Nim/Linux/Internal/EthPortInfoSwitchKSZ8794.hpp"
 #include "Modules/Nim/Linux/Internal/EthPortInfoSysFile.hpp"
-#include "Checks.hpp"
 #include "ScratchDirectory.hpp"
 
 #include "MemoryLogSink.hpp"
@@ -31,9 +31,9 @@ enum Query { State, Speed, Duplex };
 
 int Ask(const IEthPortInfo& port, Query query)
 {
-    return query == State   ? static_cast<int>(port.GetPortLinkState())
-           : query == Speed ? static_cast<int>(port.GetPortLinkSpeed())
-                            : static_cast<int>(port.GetPortLinkDuplex());
+    return query == State ? static_cast<int>(port.GetPortLinkState())
+        : query == Speed  ? static_cast<int>(port.GetPortLinkSpeed())
+                          : static_cast<int>(port.GetPortLinkDuplex());
 }
 
 struct FileCase {
@@ -85,26 +85,50 @@ TEST_F(FilePort, SysFileDecodingTable)
 {
     // The line feed ends the known words and numbers; the rest is unknown (state 255, others 0).
     ExpectDecoding(*SysFile(), {"operstate", "speed", "duplex"},
-                   {{State, "up\n", 1},     {State, "down\n", 0},  {State, "unknown\n", 255},
-                    {State, "lowerlayerdown\n", 255},           {State, "dormant\n", 255},
-                    {State, "up", 1},       {State, "dow", 255},   {State, "", 255},
-                    {Speed, "-1\n", 0},     {Speed, "10\n", 1},    {Speed, "100\n", 2},
-                    {Speed, "1000\n", 3},   {Speed, "2500\n", 0},  {Speed, "10000\n", 0},
-                    {Speed, "1000", 0},     {Speed, "100", 0},     {Speed, "", 0},
-                    {Duplex, "full\n", 2},  {Duplex, "half\n", 1}, {Duplex, "unknown\n", 0},
-                    {Duplex, "ful", 0},     {Duplex, "", 0}});
+                   {{State, "up\n", 1},
+                    {State, "down\n", 0},
+                    {State, "unknown\n", 255},
+                    {State, "lowerlayerdown\n", 255},
+                    {State, "dormant\n", 255},
+                    {State, "up", 1},
+                    {State, "dow", 255},
+                    {State, "", 255},
+                    {Speed, "-1\n", 0},
+                    {Speed, "10\n", 1},
+                    {Speed, "100\n", 2},
+                    {Speed, "1000\n", 3},
+                    {Speed, "2500\n", 0},
+                    {Speed, "10000\n", 0},
+                    {Speed, "1000", 0},
+                    {Speed, "100", 0},
+                    {Speed, "", 0},
+                    {Duplex, "full\n", 2},
+                    {Duplex, "half\n", 1},
+                    {Duplex, "unknown\n", 0},
+                    {Duplex, "ful", 0},
+                    {Duplex, "", 0}});
 }
 
 TEST_F(FilePort, DriverFileDecodingTable)
 {
     // Every speed text but "unlinked" is a link; there is no gigabit value.
     ExpectDecoding(*Driver(), {"port4_speed", "port4_speed", "port4_duplex"},
-                   {{State, "unlinked\n", 0}, {Speed, "unlinked\n", 0}, {State, "100\n", 1},
-                    {Speed, "100\n", 2},      {Speed, "10\n", 1},       {Speed, "1000\n", 0},
-                    {State, "1000\n", 1},     {Speed, "100", 0},        {State, "unlinke", 1},
-                    {State, "", 1},           {Speed, "", 0},
-                    {Duplex, "unlinked\n", 0}, {Duplex, "full-duplex\n", 2}, {Duplex, "half-duplex\n", 1},
-                    {Duplex, "full", 2},       {Duplex, "auto\n", 0}});
+                   {{State, "unlinked\n", 0},
+                    {Speed, "unlinked\n", 0},
+                    {State, "100\n", 1},
+                    {Speed, "100\n", 2},
+                    {Speed, "10\n", 1},
+                    {Speed, "1000\n", 0},
+                    {State, "1000\n", 1},
+                    {Speed, "100", 0},
+                    {State, "unlinke", 1},
+                    {State, "", 1},
+                    {Speed, "", 0},
+                    {Duplex, "unlinked\n", 0},
+                    {Duplex, "full-duplex\n", 2},
+                    {Duplex, "half-duplex\n", 1},
+                    {Duplex, "full", 2},
+                    {Duplex, "auto\n", 0}});
 }
 
 // Every query's message names GetPortLinkState: the framework's log filters match that text.
@@ -126,9 +150,9 @@ TEST_F(FilePort, FailedReadsGiveUnknownCodesAndOneMessagePerQuery)
     EXPECT_EQ(capture.Count(3, sysFileError + "speed): errno 21"), 1U);
     EXPECT_EQ(capture.Count(3, sysFileError + "duplex): errno 21"), 1U);
     // The driver-file port names its speed file in all three.
-    EXPECT_EQ(capture.Count(3, "Error GetPortLinkState() for device 1, port 4 (" + dir.Path("port4_speed") +
-                                   "): errno 21"),
-              3U);
+    EXPECT_EQ(
+        capture.Count(3, "Error GetPortLinkState() for device 1, port 4 (" + dir.Path("port4_speed") + "): errno 21"),
+        3U);
     EXPECT_EQ(capture.Records().size(), 7U);
 }
 
@@ -172,8 +196,8 @@ TEST_F(FilePort, DriverPortNeverChecksItsDuplexDescriptor)
     dir.Write("port4_duplex", "full-duplex\n");
     EXPECT_EQ(port->GetPortLinkDuplex(), LinkDuplex::Unknown);
     EXPECT_EQ(port->GetPortLinkDuplex(), LinkDuplex::Unknown);
-    EXPECT_EQ(capture.Count(3, "Error GetPortLinkState() for device 1, port 4 (" + dir.Path("port4_speed") +
-                                   "): errno 9"),
+    EXPECT_EQ(capture.Count(3,
+                            "Error GetPortLinkState() for device 1, port 4 (" + dir.Path("port4_speed") + "): errno 9"),
               2U);
     EXPECT_EQ(capture.Records().size(), 2U);
 }

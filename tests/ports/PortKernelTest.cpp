@@ -81,8 +81,10 @@ TEST_F(KernelPort, FailuresOfTheKernelsFilesAndIoctls)
     EXPECT_EQ(port->GetPortLinkSpeed(), LinkSpeed::Unknown);
     EXPECT_EQ(port->GetPortLinkSpeed(), LinkSpeed::Unknown);
     EXPECT_EQ(port->GetPortLinkDuplex(), LinkDuplex::Unknown);
-    EXPECT_EQ(capture.Count(3, "Error GetPortLinkState() for device 1, port 1 (/sys/class/net/sft1/speed): errno 22"), 2U);
-    EXPECT_EQ(capture.Count(3, "Error GetPortLinkState() for device 1, port 1 (/sys/class/net/sft1/duplex): errno 22"), 1U);
+    EXPECT_EQ(capture.Count(3, "Error GetPortLinkState() for device 1, port 1 (/sys/class/net/sft1/speed): errno 22"),
+              2U);
+    EXPECT_EQ(capture.Count(3, "Error GetPortLinkState() for device 1, port 1 (/sys/class/net/sft1/duplex): errno 22"),
+              1U);
 
     const EthPortInfoI210Drv i210(3, 2, "nosuch0");
     EXPECT_EQ(i210.GetPortLinkState(), LinkState::Unknown);
@@ -113,7 +115,8 @@ TEST_F(KernelPort, SysFileAndI210EthtoolSpeedAndDuplexTable)
     };
     for (const auto& c : cases) {
         Zel::Test::RunOutput(std::string("ethtool -s ie0 ") + c.ethtool);
-        for (const IEthPortInfo* port : {static_cast<const IEthPortInfo*>(sysFile.get()), static_cast<const IEthPortInfo*>(&i210)}) {
+        for (const IEthPortInfo* port :
+             {static_cast<const IEthPortInfo*>(sysFile.get()), static_cast<const IEthPortInfo*>(&i210)}) {
             EXPECT_EQ(port->GetPortLinkSpeed(), c.speed) << c.ethtool;
             EXPECT_EQ(port->GetPortLinkDuplex(), c.duplex) << c.ethtool;
         }

@@ -1,9 +1,9 @@
 // The SPI switch ports against emulated spidev nodes: device 3 is a KSZ8794,
 // device 2 a KSZ8863 with one GPIO link line (a scratch file) per port.
+#include "Checks.hpp"
 #include "Modules/Nim/Linux/Internal/EthPortInfoSwitchKSZ8794spi.hpp"
 #include "Modules/Nim/Linux/Internal/EthPortInfoSwitchKSZ8863gpio.hpp"
 #include "Modules/Nim/Linux/Internal/SpiSwitchRegisterReader.hpp"
-#include "Checks.hpp"
 #include "ScratchDirectory.hpp"
 #include "spi/SpiEmulator.hpp"
 
@@ -29,10 +29,10 @@ using Zel::System::Commons::ArgumentException;
 using Zel::System::Commons::Exception;
 using Zel::System::Commons::InvalidOperationException;
 using Zel::System::Commons::NotSupportedException;
-using Zel::Test::SpiDevice;
-using Zel::Test::SpiEmulator;
 using Zel::Test::ExpectThrow;
 using Zel::Test::OpenDescriptorCount;
+using Zel::Test::SpiDevice;
+using Zel::Test::SpiEmulator;
 using Ksz8794 = Zel::Hardware::Modules::Nim::Linux::Internal::EthPortInfoSwitchKSZ8794spi;
 using Ksz8863 = Zel::Hardware::Modules::Nim::Linux::Internal::EthPortInfoSwitchKSZ8863gpio;
 using IEthPortInfo = Zel::Hardware::Modules::Nim::Linux::Internal::IEthPortInfo;
@@ -117,15 +117,24 @@ TEST_F(SpiSwitchPort, RegisterDecodingTables)
         LinkSpeed speed;
         LinkDuplex duplex;
     } cases[] = {
-        {true, 0x20, 0x00, LinkState::Up, LinkSpeed::Unknown, LinkDuplex::Unknown}, {true, 0x20, 0x01, LinkState::Up, LinkSpeed::Unknown, LinkDuplex::Unknown},
-        {true, 0x20, 0x02, LinkState::Up, LinkSpeed::Speed10, LinkDuplex::Half}, {true, 0x20, 0x03, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Half},
-        {true, 0x20, 0x04, LinkState::Up, LinkSpeed::Unknown, LinkDuplex::Unknown}, {true, 0x20, 0x05, LinkState::Up, LinkSpeed::Speed10, LinkDuplex::Full},
-        {true, 0x20, 0x06, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Full}, {true, 0x20, 0x07, LinkState::Up, LinkSpeed::Unknown, LinkDuplex::Unknown},
-        {true, 0x20, 0xFB, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Half}, {true, 0x20, 0xF8, LinkState::Up, LinkSpeed::Unknown, LinkDuplex::Unknown},
-        {true, 0xDF, 0x06, LinkState::Down, LinkSpeed::Unknown, LinkDuplex::Unknown}, {false, 1, 0x00, LinkState::Up, LinkSpeed::Speed10, LinkDuplex::Half},
-        {false, 1, 0x02, LinkState::Up, LinkSpeed::Speed10, LinkDuplex::Full}, {false, 1, 0x04, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Half},
-        {false, 1, 0x06, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Full}, {false, 1, 0xF9, LinkState::Up, LinkSpeed::Speed10, LinkDuplex::Half},
-        {false, 1, 0xFF, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Full}, {false, 0, 0x06, LinkState::Down, LinkSpeed::Unknown, LinkDuplex::Unknown},
+        {true, 0x20, 0x00, LinkState::Up, LinkSpeed::Unknown, LinkDuplex::Unknown},
+        {true, 0x20, 0x01, LinkState::Up, LinkSpeed::Unknown, LinkDuplex::Unknown},
+        {true, 0x20, 0x02, LinkState::Up, LinkSpeed::Speed10, LinkDuplex::Half},
+        {true, 0x20, 0x03, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Half},
+        {true, 0x20, 0x04, LinkState::Up, LinkSpeed::Unknown, LinkDuplex::Unknown},
+        {true, 0x20, 0x05, LinkState::Up, LinkSpeed::Speed10, LinkDuplex::Full},
+        {true, 0x20, 0x06, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Full},
+        {true, 0x20, 0x07, LinkState::Up, LinkSpeed::Unknown, LinkDuplex::Unknown},
+        {true, 0x20, 0xFB, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Half},
+        {true, 0x20, 0xF8, LinkState::Up, LinkSpeed::Unknown, LinkDuplex::Unknown},
+        {true, 0xDF, 0x06, LinkState::Down, LinkSpeed::Unknown, LinkDuplex::Unknown},
+        {false, 1, 0x00, LinkState::Up, LinkSpeed::Speed10, LinkDuplex::Half},
+        {false, 1, 0x02, LinkState::Up, LinkSpeed::Speed10, LinkDuplex::Full},
+        {false, 1, 0x04, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Half},
+        {false, 1, 0x06, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Full},
+        {false, 1, 0xF9, LinkState::Up, LinkSpeed::Speed10, LinkDuplex::Half},
+        {false, 1, 0xFF, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Full},
+        {false, 0, 0x06, LinkState::Down, LinkSpeed::Unknown, LinkDuplex::Unknown},
     };
     for (const auto& c : cases) {
         SpiDevice& spi = c.is8794 ? spi8794 : spi8863;
@@ -140,8 +149,11 @@ TEST_F(SpiSwitchPort, RegisterDecodingTables)
         // KSZ8794: the link register at each query, the mode register after a link.
         const Bytes link = {0x60, 0x5C, 0x00};
         const Bytes mode = {0x60, 0x5E, 0x00};
-        ExpectCommands(spi, c.is8794 ? (up ? std::vector<Bytes>{link, link, mode, link, mode} : std::vector<Bytes>{link, link, link})
-                                     : (up ? std::vector<Bytes>{{0x03, 0x1F, 0x00}, {0x03, 0x1F, 0x00}} : std::vector<Bytes>{}));
+        ExpectCommands(spi,
+                       c.is8794
+                           ? (up ? std::vector<Bytes>{link, link, mode, link, mode}
+                                 : std::vector<Bytes>{link, link, link})
+                           : (up ? std::vector<Bytes>{{0x03, 0x1F, 0x00}, {0x03, 0x1F, 0x00}} : std::vector<Bytes>{}));
     }
     EXPECT_TRUE(capture.Records().empty());
 }
@@ -192,14 +204,22 @@ TEST_F(SpiSwitchPort, ChipCheckFailuresStopSetUp)
         const char* thrown;
         std::string logged;
     } cases[] = {
-        {true, 0x88, 0x61, -1, typeid(NotSupportedException), "KSZ8794: Chip id0 mismatch.", "KSZ8863: Chip id0 mismatch. 136"},
-        {true, 0x87, 0x31, -1, typeid(NotSupportedException), "KSZ8794: Chip id1 mismatch.", "KSZ8863: Chip id1 mismatch. 48"},
-        {false, 0x87, 0x31, -1, typeid(NotSupportedException), "KSZ8863: Chip id0 mismatch.", "KSZ8863: Chip id0 mismatch. 135"},
-        {false, 0x88, 0x61, -1, typeid(NotSupportedException), "KSZ8863: Chip id1 mismatch.", "KSZ8863: Chip id1 mismatch. 96"},
-        {true, 0x87, 0x61, 0x00, typeid(InvalidOperationException), "Could not read driver KSZ8863_REG_CHIP_ID0.", Failed8794},
-        {true, 0x87, 0x61, 0x01, typeid(InvalidOperationException), "Could not read driver KSZ8863_REG_CHIP_ID0.", Failed8794},
-        {false, 0x88, 0x31, 0x00, typeid(InvalidOperationException), "Could not read driver KSZ8863_REG_CHIP_ID0.", Failed8863},
-        {false, 0x88, 0x31, 0x01, typeid(InvalidOperationException), "Could not read driver KSZ8863_REG_CHIP_ID0.", Failed8863},
+        {true, 0x88, 0x61, -1, typeid(NotSupportedException), "KSZ8794: Chip id0 mismatch.",
+         "KSZ8863: Chip id0 mismatch. 136"},
+        {true, 0x87, 0x31, -1, typeid(NotSupportedException), "KSZ8794: Chip id1 mismatch.",
+         "KSZ8863: Chip id1 mismatch. 48"},
+        {false, 0x87, 0x31, -1, typeid(NotSupportedException), "KSZ8863: Chip id0 mismatch.",
+         "KSZ8863: Chip id0 mismatch. 135"},
+        {false, 0x88, 0x61, -1, typeid(NotSupportedException), "KSZ8863: Chip id1 mismatch.",
+         "KSZ8863: Chip id1 mismatch. 96"},
+        {true, 0x87, 0x61, 0x00, typeid(InvalidOperationException), "Could not read driver KSZ8863_REG_CHIP_ID0.",
+         Failed8794},
+        {true, 0x87, 0x61, 0x01, typeid(InvalidOperationException), "Could not read driver KSZ8863_REG_CHIP_ID0.",
+         Failed8794},
+        {false, 0x88, 0x31, 0x00, typeid(InvalidOperationException), "Could not read driver KSZ8863_REG_CHIP_ID0.",
+         Failed8863},
+        {false, 0x88, 0x31, 0x01, typeid(InvalidOperationException), "Could not read driver KSZ8863_REG_CHIP_ID0.",
+         Failed8863},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.logged);
@@ -291,15 +311,17 @@ TEST_F(SpiSwitchPort, ReaderChecksTheChipOnceAndSendsEachChipsCommand)
     const Zel::System::Commons::Logging::LogChannel channel{typeid(SpiSwitchPort)};
     for (const SpiSwitchChip* chip : {&SpiSwitchChip::Ksz8794, &SpiSwitchChip::Ksz8863}) {
         const bool is8794 = chip == &SpiSwitchChip::Ksz8794;
-        SpiDevice device = (is8794 ? SpiEmulator::Ksz8794() : SpiEmulator::Ksz8863()).Register(0xAB, 0x42).Build(Node8794);
+        SpiDevice device =
+            (is8794 ? SpiEmulator::Ksz8794() : SpiEmulator::Ksz8863()).Register(0xAB, 0x42).Build(Node8794);
         SpiSwitchRegisterReader reader(*chip, channel);
         unsigned char value = 0;
         EXPECT_FALSE(reader.Read(0xAB, value)) << "not open yet";
         reader.Open(settings, 3);
         reader.Open(settings, 3);
         // KSZ8794: 011, twelve address bits and a turnaround bit.
-        ExpectCommands(device, is8794 ? std::vector<Bytes>{{0x60, 0x00, 0x00}, {0x60, 0x02, 0x00}}
-                                      : std::vector<Bytes>{{0x03, 0x00, 0x00}, {0x03, 0x01, 0x00}});
+        ExpectCommands(device,
+                       is8794 ? std::vector<Bytes>{{0x60, 0x00, 0x00}, {0x60, 0x02, 0x00}}
+                              : std::vector<Bytes>{{0x03, 0x00, 0x00}, {0x03, 0x01, 0x00}});
         device.ClearTransfers();
         ASSERT_TRUE(reader.Read(0xAB, value));
         EXPECT_EQ(value, 0x42);

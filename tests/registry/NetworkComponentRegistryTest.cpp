@@ -17,13 +17,13 @@
 
 namespace {
 
+using ::testing::ElementsAre;
+using ::testing::StrEq;
+using ::testing::ThrowsMessage;
 using Zel::Hardware::Modules::Nim::Linux::NetworkComponentRegistrationModule;
 using Zel::System::Commons::ArgumentException;
 using Zel::System::Commons::BasicString;
 using Zel::Test::LogRecord;
-using ::testing::ElementsAre;
-using ::testing::StrEq;
-using ::testing::ThrowsMessage;
 
 using Names = std::vector<BasicString>;
 

@@ -86,14 +86,24 @@ std::shared_mutex registryLock;
 class StressRig {
 public:
     StressRig()
-        : spi8794(Zel::Test::SpiEmulator::Ksz8794().Register(0x1E, 0x20).Register(0x1F, 0x06).Register(0x2E, 0x00)
-                      .Register(0x2F, 0x03).Build(Path("spidev1.0"))),
+        : spi8794(Zel::Test::SpiEmulator::Ksz8794()
+                      .Register(0x1E, 0x20)
+                      .Register(0x1F, 0x06)
+                      .Register(0x2E, 0x00)
+                      .Register(0x2F, 0x03)
+                      .Build(Path("spidev1.0"))),
           spi8863(Zel::Test::SpiEmulator::Ksz8863().Register(0x1F, 0x06).Register(0x2F, 0x00).Build(Path("spidev2.0")))
     {
-        for (const auto& [name, text] : std::vector<std::pair<std::string, std::string>>{
-                 {"sys/operstate", "up\n"}, {"sys/speed", "1000\n"}, {"sys/duplex", "full\n"},
-                 {"ksz/1/speed", "100\n"}, {"ksz/1/duplex", "full-duplex\n"}, {"ksz/2/speed", "unlinked"},
-                 {"ksz/2/duplex", "unlinked"}, {"gpio/1/value", "1\n"}, {"gpio/2/value", "0\n"}}) {
+        for (const auto& [name, text] :
+             std::vector<std::pair<std::string, std::string>>{{"sys/operstate", "up\n"},
+                                                              {"sys/speed", "1000\n"},
+                                                              {"sys/duplex", "full\n"},
+                                                              {"ksz/1/speed", "100\n"},
+                                                              {"ksz/1/duplex", "full-duplex\n"},
+                                                              {"ksz/2/speed", "unlinked"},
+                                                              {"ksz/2/duplex", "unlinked"},
+                                                              {"gpio/1/value", "1\n"},
+                                                              {"gpio/2/value", "0\n"}}) {
             std::filesystem::create_directories(std::filesystem::path(Path(name)).parent_path());
             Zel::Test::WriteFile(Path(name), text);
         }
@@ -132,15 +142,16 @@ public:
     {
         std::vector<std::string> lines;
         for (unsigned int d = 1; d <= ethernet.GetDeviceCount(); ++d) {
-            std::string line = fmt::format(
-                "{} {} {} '{}' {} ip {}/{} gw {} device ip {}:", d, ethernet.GetInterfaceName(d),
-                ethernet.GetMacAddress(d), ethernet.GetPublicInterfaceName(d), static_cast<int>(ethernet.GetInterfaceType(d)),
-                ipStatus.GetIpAddress(d), ipStatus.GetSubnetMask(d), ipStatus.GetDefaultGateway(d),
-                ipStatus.GetDeviceIpAddress(d));
+            std::string line =
+                fmt::format("{} {} {} '{}' {} ip {}/{} gw {} device ip {}:", d, ethernet.GetInterfaceName(d),
+                            ethernet.GetMacAddress(d), ethernet.GetPublicInterfaceName(d),
+                            static_cast<int>(ethernet.GetInterfaceType(d)), ipStatus.GetIpAddress(d),
+                            ipStatus.GetSubnetMask(d), ipStatus.GetDefaultGateway(d), ipStatus.GetDeviceIpAddress(d));
             for (unsigned int p = 1; p <= ethernet.GetPortCount(d); ++p) {
-                line += fmt::format(" [{},{},{},'{}']", static_cast<int>(ethernet.GetPortLinkState(d, p)),
-                                    static_cast<int>(ethernet.GetPortLinkSpeed(d, p)),
-                                    static_cast<int>(ethernet.GetPortLinkDuplex(d, p)), ethernet.GetPortPublicName(d, p));
+                line +=
+                    fmt::format(" [{},{},{},'{}']", static_cast<int>(ethernet.GetPortLinkState(d, p)),
+                                static_cast<int>(ethernet.GetPortLinkSpeed(d, p)),
+                                static_cast<int>(ethernet.GetPortLinkDuplex(d, p)), ethernet.GetPortPublicName(d, p));
             }
             lines.push_back(line);
         }
@@ -188,8 +199,10 @@ TEST(ConcurrentQueries, EightThreadsGetTheSingleThreadedAnswersWhileOneRegisters
     EXPECT_EQ(expected[0], fmt::format("1 eth0 02:00:00:00:10:01 'Eth0 sysfs' 1 {} [1,0,2,'X1']", onEth0));
     EXPECT_EQ(expected[1].rfind(fmt::format("2 eth1 02:00:00:00:10:02 'Eth1 I210' 1 {} [", onEth1), 0), 0U) << all;
     EXPECT_EQ(expected[2], fmt::format("3 eth0 02:00:00:00:10:01 'Files' 1 {} [1,3,2,'F1']", onEth0));
-    EXPECT_EQ(expected[3], fmt::format("4 eth0 02:00:00:00:10:01 'KSZ8794 files' 1 {} [1,2,2,'A1'] [0,0,0,'A2']", onEth0));
-    EXPECT_EQ(expected[4], fmt::format("5 eth0 02:00:00:00:10:01 'KSZ8794 SPI' 1 {} [1,2,2,'B1'] [0,0,0,'B2']", onEth0));
+    EXPECT_EQ(expected[3],
+              fmt::format("4 eth0 02:00:00:00:10:01 'KSZ8794 files' 1 {} [1,2,2,'A1'] [0,0,0,'A2']", onEth0));
+    EXPECT_EQ(expected[4],
+              fmt::format("5 eth0 02:00:00:00:10:01 'KSZ8794 SPI' 1 {} [1,2,2,'B1'] [0,0,0,'B2']", onEth0));
     EXPECT_EQ(expected[5], fmt::format("6 eth1 02:00:00:00:10:02 'KSZ8863' 1 {} [1,2,2,'C1'] [0,0,0,'C2']", onEth1));
     EXPECT_EQ(expected[6], fmt::format("7 eth1 02:00:00:00:10:02 'Service' 3 {} [255,0,0,'']", onEth1));
     EXPECT_EQ(expected[8], "registry: 1 1 2; on 1: opcua plc-runtime");
@@ -252,10 +265,10 @@ TEST(ConcurrentSetters, EverySetterSucceedsAndReadersSeeOnlyWholeValues)
     ZEL_REQUIRE_SANDBOX();
     Zel::Test::LogCapture capture(8);
     Zel::Test::WriteFile("/etc/network/interfaces",
-        "auto eth0\niface eth0 inet static\n    address 192.168.7.10\n    netmask 255.255.255.0\n"
-           "    gateway 192.168.7.1\n    dns-nameservers 192.168.7.1\n\n"
-           "auto eth1\niface eth1 inet static\n    address 10.0.0.10\n    netmask 255.0.0.0\n"
-           "    gateway 10.0.0.1\n    dns-nameservers 10.0.0.1\n\n");
+                         "auto eth0\niface eth0 inet static\n    address 192.168.7.10\n    netmask 255.255.255.0\n"
+                         "    gateway 192.168.7.1\n    dns-nameservers 192.168.7.1\n\n"
+                         "auto eth1\niface eth1 inet static\n    address 10.0.0.10\n    netmask 255.0.0.0\n"
+                         "    gateway 10.0.0.1\n    dns-nameservers 10.0.0.1\n\n");
     StressRig rig;
     Zel::Hardware::Modules::Nim::Linux::IpConfigModule ipConfig;
     ipConfig.SetupSettings(ModuleSettings(), rig.Provider());

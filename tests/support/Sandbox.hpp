@@ -62,18 +62,18 @@ private:
     std::string current_;
 };
 
-}  // namespace Zel::Test
+} // namespace Zel::Test
 
 // First statement of a kernel test (or of SetUp()): skips the test outside
 // nsrun, and fails it instead when CI=true, so CI never silently skips.
-#define ZEL_REQUIRE_SANDBOX()                                                              \
-    do {                                                                                   \
-        if (!::Zel::Test::InSandbox()) {                                                   \
-            if (::Zel::Test::InCi()) {                                                     \
-                FAIL() << "kernel test run outside the network sandbox on CI: run it "     \
-                          "through tests/support/sandbox/nsrun (ctest -L kernel)";         \
-            }                                                                              \
-            GTEST_SKIP() << "not in the network sandbox (ZEL_SANDBOX!=1); run it through " \
-                            "tests/support/sandbox/nsrun";                                 \
-        }                                                                                  \
+#define ZEL_REQUIRE_SANDBOX()                                                                                          \
+    do {                                                                                                               \
+        if (!::Zel::Test::InSandbox()) {                                                                               \
+            if (::Zel::Test::InCi()) {                                                                                 \
+                FAIL() << "kernel test run outside the network sandbox on CI: run it "                                 \
+                          "through tests/support/sandbox/nsrun (ctest -L kernel)";                                     \
+            }                                                                                                          \
+            GTEST_SKIP() << "not in the network sandbox (ZEL_SANDBOX!=1); run it through "                             \
+                            "tests/support/sandbox/nsrun";                                                             \
+        }                                                                                                              \
     } while (false)

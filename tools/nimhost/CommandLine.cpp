@@ -81,8 +81,9 @@ std::optional<int> ParseCommandLine(int argc, char** argv, CommandLine& line)
     add(app, "report", "Every device, its ports, live and configured IP settings (the default command)", "report");
     add(app, "interfaces", "The kernel's current interface names", "interfaces");
 
-    CLI::App* ip = app.add_subcommand("ip", "Read or write a device's configured IP settings "
-                                            "(/etc/network/interfaces)");
+    CLI::App* ip = app.add_subcommand("ip",
+                                      "Read or write a device's configured IP settings "
+                                      "(/etc/network/interfaces)");
     ip->require_subcommand(1);
     CLI::App* ipGet = add(*ip, "get", "Print a configured value (\"not set\" when the file has none)", "ip get");
     AddDevice(*ipGet, line);
@@ -90,19 +91,18 @@ std::optional<int> ParseCommandLine(int argc, char** argv, CommandLine& line)
     CLI::App* ipSet = add(*ip, "set", "Write a configured value and print the change", "ip set");
     AddDevice(*ipSet, line);
     ipSet->add_option("FIELD", line.field, fieldHelp)->required()->check(CLI::IsMember(fields));
-    ipSet->add_option("VALUE", line.value, "The value; for mode a method word (" + MethodWordList() + ")")
-        ->required();
+    ipSet->add_option("VALUE", line.value, "The value; for mode a method word (" + MethodWordList() + ")")->required();
     ipSet->add_flag("--force", line.force, "Write the value without checking it");
     ipSet->add_flag("--dry-run", line.dryRun, "Print the change without writing it");
 
     CLI::App* status = add(app, "status", "A device's live address, netmask and gateway", "status");
     AddDevice(*status, line);
 
-    CLI::App* watch = add(app, "watch",
-                          "Print every port's link, then one line per change of link state, speed or duplex",
-                          "watch");
-    watch->add_option("--interval", line.watch.intervalMs,
-                      "Polling interval in milliseconds of the ports that read no kernel interface")
+    CLI::App* watch =
+        add(app, "watch", "Print every port's link, then one line per change of link state, speed or duplex", "watch");
+    watch
+        ->add_option("--interval", line.watch.intervalMs,
+                     "Polling interval in milliseconds of the ports that read no kernel interface")
         ->check(CLI::Range(1U, 3600000U))
         ->capture_default_str();
     watch->add_option("--count", line.watch.count, "End after this many changes (default: until interrupted)")

@@ -83,8 +83,7 @@ struct MetricsOptions {
 };
 
 // Every device, port and IP answer in the Prometheus text format.
-int RunMetrics(const PluginHost& host, const HostSettings& settings, const MetricsOptions& options,
-               std::ostream& out);
+int RunMetrics(const PluginHost& host, const HostSettings& settings, const MetricsOptions& options, std::ostream& out);
 
 // Adds the "metrics" command to nimhost's command line, filling `options`.
 CLI::App* AddMetricsCommand(CLI::App& app, MetricsOptions& options);

@@ -68,9 +68,8 @@ DeviceReport CollectDevice(const PluginHost& host, const IEthernetInfoModule& et
 bool IsNotSet(const std::string& errorType, const std::string& errorMessage)
 {
     constexpr std::string_view notFound = "ReadValueFromInterface() returned 1";
-    return errorType.find("InvalidOperationException") != std::string::npos &&
-           errorMessage.size() >= notFound.size() &&
-           errorMessage.compare(errorMessage.size() - notFound.size(), notFound.size(), notFound) == 0;
+    return errorType.find("InvalidOperationException") != std::string::npos && errorMessage.size() >= notFound.size() &&
+        errorMessage.compare(errorMessage.size() - notFound.size(), notFound.size(), notFound) == 0;
 }
 
 namespace {

@@ -238,8 +238,8 @@ void HostSettings::CheckModuleNames(const std::vector<BasicString>& registeredNa
         }
         const auto position = positions.find(name);
         const std::string where = position == positions.end()
-                                      ? DescribeOrigin()
-                                      : fmt::format("{}:{}:{}", path, position->second.line, position->second.column);
+            ? DescribeOrigin()
+            : fmt::format("{}:{}:{}", path, position->second.line, position->second.column);
         throw UsageError(fmt::format("{}: key '{}': the plug-in registers no module of that name (it registers: {})",
                                      where, KeyText(name), known.empty() ? "none" : known));
     }

@@ -162,9 +162,9 @@ int RunIpSet(const PluginHost& host, const IpSetRequest& request, const Presenta
     const std::string& field = request.field;
     const auto before = ReadConfigured(config, request.device, field);
     bool control = false;
-    const std::string change = fmt::format("{} {}: {} -> {}", interfaceName, field,
-                                           before ? Printable(*before, control) : std::string("not set"),
-                                           Printable(request.value, control));
+    const std::string change =
+        fmt::format("{} {}: {} -> {}", interfaceName, field,
+                    before ? Printable(*before, control) : std::string("not set"), Printable(request.value, control));
 
     AccessErrorCode result = AccessErrorCode::Success;
     std::string cause;
@@ -176,8 +176,8 @@ int RunIpSet(const PluginHost& host, const IpSetRequest& request, const Presenta
             result = SetValue(config, request.device, field, BasicString(request.value));
         }
         if (result != AccessErrorCode::Success) {
-            const auto errors = how.log != nullptr ? how.log->TextsSince(mark, LogLevel::Error)
-                                                   : std::vector<std::string>{};
+            const auto errors =
+                how.log != nullptr ? how.log->TextsSince(mark, LogLevel::Error) : std::vector<std::string>{};
             cause = ExplainFailedWrite(interfaceName, FileKey(field), errors);
         }
     }

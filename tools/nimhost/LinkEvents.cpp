@@ -79,8 +79,7 @@ LinkMessages ParseLinkMessages(const std::uint8_t* data, std::size_t size)
             event.index = info.ifi_index;
             event.flags = info.ifi_flags;
             const std::size_t attributes = Align(sizeof(ifinfomsg));
-            if (payloadSize > attributes &&
-                !ReadName(payload + attributes, payloadSize - attributes, event.name)) {
+            if (payloadSize > attributes && !ReadName(payload + attributes, payloadSize - attributes, event.name)) {
                 result.lost = true;
                 break;
             }

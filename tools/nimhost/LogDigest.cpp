@@ -17,7 +17,9 @@ constexpr std::size_t keptTexts = 256;
 
 } // namespace
 
-LogDigest::LogDigest(int printLevel, std::FILE* out) : printLevel(printLevel), out(out) {}
+LogDigest::LogDigest(int printLevel, std::FILE* out) : printLevel(printLevel), out(out)
+{
+}
 
 void LogDigest::Print(const Key& key, const std::string& suffix)
 {

@@ -92,8 +92,7 @@ Labels With(Labels labels, const std::string& name, const std::string& value)
 
 // One family, with the samples of every device that has a value.
 template <typename Each>
-void Family(PrometheusText& text, const std::string& name, const std::string& type, const std::string& help,
-            Each each)
+void Family(PrometheusText& text, const std::string& name, const std::string& type, const std::string& help, Each each)
 {
     text.Family("nim_" + name, type, help);
     each();
@@ -134,15 +133,14 @@ std::string RenderMetrics(const MetricsSnapshot& snapshot, const std::optional<W
         }
     };
 
-    Family(text, "device_info", "gauge",
-           "Texts of an Ethernet device as the plug-in reports them; always 1.", [&] {
-               for (const auto& device : devices) {
-                   text.Sample(With(With(With(DeviceLabels(device), "public_name", Text(device.publicName)),
-                                         "mac_address", Text(device.macAddress)),
-                                    "interface_type", TypeWord(device.type)),
-                               1);
-               }
-           });
+    Family(text, "device_info", "gauge", "Texts of an Ethernet device as the plug-in reports them; always 1.", [&] {
+        for (const auto& device : devices) {
+            text.Sample(With(With(With(DeviceLabels(device), "public_name", Text(device.publicName)), "mac_address",
+                                  Text(device.macAddress)),
+                             "interface_type", TypeWord(device.type)),
+                        1);
+        }
+    });
     Family(text, "port_info", "gauge", "Texts of a device's port (mode from the settings); always 1.", [&] {
         eachPort([&](const DeviceReport& device, const PortReport& port) {
             text.Sample(With(With(PortLabels(device, port), "public_name", Text(port.publicName)), "mode",
@@ -157,14 +155,13 @@ std::string RenderMetrics(const MetricsSnapshot& snapshot, const std::optional<W
             }
         });
     });
-    Family(text, "port_speed_bytes", "gauge", "Link speed of the port in bytes per second; absent when unknown.",
-           [&] {
-               eachPort([&](const DeviceReport& device, const PortReport& port) {
-                   if (const auto value = port.speed.Ok() ? SpeedBytes(*port.speed.value) : std::nullopt) {
-                       text.Sample(PortLabels(device, port), *value);
-                   }
-               });
-           });
+    Family(text, "port_speed_bytes", "gauge", "Link speed of the port in bytes per second; absent when unknown.", [&] {
+        eachPort([&](const DeviceReport& device, const PortReport& port) {
+            if (const auto value = port.speed.Ok() ? SpeedBytes(*port.speed.value) : std::nullopt) {
+                text.Sample(PortLabels(device, port), *value);
+            }
+        });
+    });
     Family(text, "port_full_duplex", "gauge", "1 for full duplex, 0 for half duplex; absent when unknown.", [&] {
         eachPort([&](const DeviceReport& device, const PortReport& port) {
             if (const auto value = port.duplex.Ok() ? FullDuplex(*port.duplex.value) : std::nullopt) {
@@ -178,9 +175,9 @@ std::string RenderMetrics(const MetricsSnapshot& snapshot, const std::optional<W
            [&] {
                for (const auto& device : devices) {
                    const Differences differences = Compare(device);
-                   for (const auto& [field, differs] : {std::pair{"address", differences.address},
-                                                        std::pair{"netmask", differences.netmask},
-                                                        std::pair{"gateway", differences.gateway}}) {
+                   for (const auto& [field, differs] :
+                        {std::pair{"address", differences.address}, std::pair{"netmask", differences.netmask},
+                         std::pair{"gateway", differences.gateway}}) {
                        if (differs) {
                            text.Sample(With(DeviceLabels(device), "field", field), *differs ? 1 : 0);
                        }

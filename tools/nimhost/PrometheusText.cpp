@@ -58,8 +58,7 @@ std::string EscapeLabelValue(const std::string& value)
 
 void PrometheusText::Family(const std::string& name, const std::string& type, const std::string& help)
 {
-    families.push_back(
-        {fmt::format("# HELP {} {}\n# TYPE {} {}\n", name, EscapeHelp(help), name, type), {}, name});
+    families.push_back({fmt::format("# HELP {} {}\n# TYPE {} {}\n", name, EscapeHelp(help), name, type), {}, name});
 }
 
 void PrometheusText::Sample(const Labels& labels, double value)

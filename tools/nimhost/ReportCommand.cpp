@@ -105,9 +105,8 @@ std::string RenderText(const PluginHost& host, const HostSettings& settings, con
                             cells.Text(device.interfaceName), cells.Text(device.macAddress),
                             cells.Text(device.type, DescribeInterfaceType));
         if (!device.portCount.Ok()) {
-            text += fmt::format("  Ports: {}\n", cells.Text(device.portCount, [](unsigned int n) {
-                                    return std::to_string(n);
-                                }));
+            text += fmt::format("  Ports: {}\n",
+                                cells.Text(device.portCount, [](unsigned int n) { return std::to_string(n); }));
         } else if (device.ports.empty()) {
             text += "  No ports.\n";
         } else {
@@ -180,7 +179,7 @@ nlohmann::ordered_json ToJson(const std::optional<bool>& differs)
 }
 
 nlohmann::ordered_json RenderJson(const PluginHost& host, const HostSettings& settings,
-                          const std::vector<DeviceReport>& devices)
+                                  const std::vector<DeviceReport>& devices)
 {
     nlohmann::ordered_json document;
     document["plugin"] = std::string(host.GetFileName());

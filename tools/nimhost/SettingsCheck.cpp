@@ -138,8 +138,7 @@ void Checker::CheckPath(const toml::table& module, const std::string& moduleKey,
     }
 }
 
-void Checker::CheckEthernet(const toml::table& module, const std::string& moduleKey,
-                            const toml::source_region& header)
+void Checker::CheckEthernet(const toml::table& module, const std::string& moduleKey, const toml::source_region& header)
 {
     std::set<std::string> used{"fields", "mandatoryInterfaces"};
     unsigned int mandatory = 0;
@@ -213,8 +212,7 @@ void Checker::CheckEthernet(const toml::table& module, const std::string& module
         }
         const std::size_t names = PortNameCount(text(5));
         if (ports && names != 0 && names != *ports) {
-            fault(5, fmt::format("{} names for {} ports: give one per port, separated by ';', or none", names,
-                                 *ports));
+            fault(5, fmt::format("{} names for {} ports: give one per port, separated by ';', or none", names, *ports));
         }
         {
             Zel::Hardware::Nim::NetworkInterfaceType type{};
@@ -274,8 +272,7 @@ void Checker::CheckEthernet(const toml::table& module, const std::string& module
             continue;
         }
         Warn(node.source(), moduleKey + "." + Quoted(key),
-             std::regex_match(key, portKey) ? "no port of the table reads it with its mode"
-                                            : "unknown key, not read");
+             std::regex_match(key, portKey) ? "no port of the table reads it with its mode" : "unknown key, not read");
     }
 }
 

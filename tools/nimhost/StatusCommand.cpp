@@ -15,8 +15,10 @@ int RunStatus(const PluginHost& host, unsigned int device, bool json, std::ostre
     const std::string netmask = status.GetSubnetMask(device);
     const std::string gateway = status.GetDefaultGateway(device);
     if (json) {
-        const nlohmann::ordered_json document{
-            {"device", device}, {"address", address}, {"netmask", netmask}, {"gateway", gateway}};
+        const nlohmann::ordered_json document{{"device", device},
+                                              {"address", address},
+                                              {"netmask", netmask},
+                                              {"gateway", gateway}};
         out << document.dump(2) << '\n';
         return ExitCode::Success;
     }

@@ -65,9 +65,9 @@ std::optional<unsigned int> ParsePrefix(const std::string& text)
 
 unsigned int CheckDevice(const std::string& text, unsigned int deviceCount)
 {
-    const std::string range = deviceCount == 0   ? std::string("this board has no devices (nimhost report shows why)")
-                              : deviceCount == 1 ? std::string("this board has device 1")
-                                                 : fmt::format("this board has devices 1\u2013{}", deviceCount);
+    const std::string range = deviceCount == 0 ? std::string("this board has no devices (nimhost report shows why)")
+        : deviceCount == 1                     ? std::string("this board has device 1")
+                                               : fmt::format("this board has devices 1\u2013{}", deviceCount);
     if (!AllDigits(text) || text.size() > 9) {
         throw UsageError(text.empty() ? fmt::format("no device number given; {}", range)
                                       : fmt::format("device '{}' is not a device number; {}", text, range));

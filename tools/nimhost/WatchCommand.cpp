@@ -138,14 +138,14 @@ void Print(const WatchedPort& port, const Sample& sample, bool initial, bool jso
 {
     if (json) {
         out << nlohmann::ordered_json{{"time", Timestamp()},
-                              {"event", initial ? "initial" : "change"},
-                              {"device", port.device},
-                              {"port", port.port},
-                              {"interfaceName", port.interfaceName},
-                              {"publicName", port.publicName},
-                              {"linkState", Code(sample.state)},
-                              {"linkSpeed", Code(sample.speed)},
-                              {"linkDuplex", Code(sample.duplex)}}
+                                      {"event", initial ? "initial" : "change"},
+                                      {"device", port.device},
+                                      {"port", port.port},
+                                      {"interfaceName", port.interfaceName},
+                                      {"publicName", port.publicName},
+                                      {"linkState", Code(sample.state)},
+                                      {"linkSpeed", Code(sample.speed)},
+                                      {"linkDuplex", Code(sample.duplex)}}
                    .dump()
             << '\n';
     } else {
@@ -161,8 +161,7 @@ void Print(const WatchedPort& port, const Sample& sample, bool initial, bool jso
 void PrintInterface(const std::string& name, const char* event, bool json, std::ostream& out)
 {
     if (json) {
-        out << nlohmann::ordered_json{{"time", Timestamp()}, {"event", event}, {"interfaceName", name}}.dump()
-            << '\n';
+        out << nlohmann::ordered_json{{"time", Timestamp()}, {"event", event}, {"interfaceName", name}}.dump() << '\n';
     } else {
         out << fmt::format("{}  interface {} {}\n", Timestamp(), name, event);
     }
@@ -251,8 +250,9 @@ public:
                     everyPort = true;
                 }
                 for (auto& port : ports) {
-                    if (everyPort || std::any_of(port.interfaces.begin(), port.interfaces.end(),
-                                                 [&](const auto& name) { return touched.count(name) != 0; })) {
+                    if (everyPort || std::any_of(port.interfaces.begin(), port.interfaces.end(), [&](const auto& name) {
+                            return touched.count(name) != 0;
+                        })) {
                         changed = Refresh(port, now) || changed;
                     }
                 }
@@ -296,8 +296,16 @@ private:
             const std::string interfaceName = ethernet.GetInterfaceName(device);
             const std::string mode = settings.PortMode(device);
             for (unsigned int port = 1; port <= ethernet.GetPortCount(device); ++port) {
-                WatchedPort watched{device,  port, interfaceName, ethernet.GetPortPublicName(device, port),
-                                    !IsKernelBacked(mode), {interfaceName}, {}, {}, {}, 0};
+                WatchedPort watched{device,
+                                    port,
+                                    interfaceName,
+                                    ethernet.GetPortPublicName(device, port),
+                                    !IsKernelBacked(mode),
+                                    {interfaceName},
+                                    {},
+                                    {},
+                                    {},
+                                    0};
                 if (mode == "sysFile") {
                     if (const auto name = SysfsInterface(settings, device, port)) {
                         watched.interfaces.insert(*name);
@@ -325,10 +333,10 @@ private:
         std::set<std::string> names;
         for (const auto& event : events) {
             for (auto& [name, index] : indexes) {
-                const bool renamedAway = event.kind == LinkEvent::Kind::NewLink && index != 0 &&
-                                         event.index == index && event.name != name;
+                const bool renamedAway =
+                    event.kind == LinkEvent::Kind::NewLink && index != 0 && event.index == index && event.name != name;
                 const bool removed = event.kind == LinkEvent::Kind::DelLink && index != 0 &&
-                                     (event.index == index || event.name == name);
+                    (event.index == index || event.name == name);
                 if (renamedAway || removed) {
                     index = 0;
                     names.insert(name);

@@ -61,7 +61,7 @@ std::string WithoutOrigin(const std::string& text)
 {
     const std::size_t origin = text.find("(): ");
     return origin != std::string::npos && text.rfind("::", origin) != std::string::npos ? text.substr(origin + 4)
-                                                                                         : text;
+                                                                                        : text;
 }
 
 } // namespace
@@ -73,9 +73,9 @@ std::string ExplainFailedWrite(const std::string& interfaceName, const std::stri
     // cannot be made (that is a "cannot write" below).
     const std::string busy = std::strerror(EWOULDBLOCK);
     for (const auto& text : libraryErrors) {
-        if (Contains(text, "lock") && (Contains(text, "another") || Contains(text, "held") ||
-                                       Contains(text, "holds") || Contains(text, "busy") ||
-                                       text.find(busy) != std::string::npos)) {
+        if (Contains(text, "lock") &&
+            (Contains(text, "another") || Contains(text, "held") || Contains(text, "holds") || Contains(text, "busy") ||
+             text.find(busy) != std::string::npos)) {
             return fmt::format("another writer holds {} ({}); try again when it is done", interfacesFile,
                                WithoutOrigin(text));
         }

@@ -82,8 +82,8 @@ int Dispatch(const CommandLine& line, const PluginHost& host, const HostSettings
     const Presentation how{line.json, line.logLevel >= LogLevel::Debug, &log};
     unsigned int device = 0;
     if (line.command == "ip get" || line.command == "ip set" || line.command == "status") {
-        device = CheckDevice(line.device,
-                             host.Get<Zel::Hardware::Nim::Modules::IEthernetInfoModule>().GetDeviceCount());
+        device =
+            CheckDevice(line.device, host.Get<Zel::Hardware::Nim::Modules::IEthernetInfoModule>().GetDeviceCount());
     }
     // Said once, instead of one library error per value read; a failed
     // `ip set` says it as its cause.
@@ -123,10 +123,11 @@ int main(int argc, char** argv)
     if (const auto done = ParseCommandLine(argc, argv, line)) {
         return *done;
     }
-    if (const int code = Guarded(line, [&] {
-            CheckValues(line);
-            return ExitCode::Success;
-        });
+    if (const int code = Guarded(line,
+                                 [&] {
+                                     CheckValues(line);
+                                     return ExitCode::Success;
+                                 });
         code != ExitCode::Success) {
         return code;
     }

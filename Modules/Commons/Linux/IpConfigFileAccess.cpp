@@ -117,8 +117,7 @@ int LockWithin(int directory, std::chrono::milliseconds timeout)
 bool WriteAll(int fd, const std::string& content)
 {
     for (std::size_t done = 0; done < content.size();) {
-        const ssize_t written =
-            ::pwrite(fd, content.data() + done, content.size() - done, static_cast<off_t>(done));
+        const ssize_t written = ::pwrite(fd, content.data() + done, content.size() - done, static_cast<off_t>(done));
         if (written == 0 || (written < 0 && errno != EINTR)) {
             return false;
         }
@@ -162,8 +161,7 @@ Replacement PutInPlace(ScopedDescriptor& temporaryFd, const BasicString& tempora
     // to its length, so a full disk fails before the old content is lost.
     ScopedDescriptor file(::open(target.c_str(), O_WRONLY | O_CLOEXEC));
     if (file.Get() < 0 || !WriteAll(file.Get(), content) ||
-        ::ftruncate(file.Get(), static_cast<off_t>(content.size())) != 0 || ::fsync(file.Get()) != 0 ||
-        !file.Close()) {
+        ::ftruncate(file.Get(), static_cast<off_t>(content.size())) != 0 || ::fsync(file.Get()) != 0 || !file.Close()) {
         const int error = errno;
         return {error, renameError};
     }

@@ -49,7 +49,9 @@ bool IsValidDevice(std::uint32_t deviceNumber, std::uint32_t deviceCount)
 
 } // namespace
 
-IpStatusSocketAccess::IpStatusSocketAccess(const BasicString& routeFile) : routeFile(routeFile) {}
+IpStatusSocketAccess::IpStatusSocketAccess(const BasicString& routeFile) : routeFile(routeFile)
+{
+}
 
 int IpStatusSocketAccess::GetCurrentIpAdress(std::uint32_t deviceNumber, std::uint32_t deviceCount,
                                              const BasicString& interfaceName, BasicString& result) const
@@ -162,7 +164,8 @@ int IpStatusSocketAccess::GetCurrentDefaultGateway(std::uint32_t deviceNumber, s
         log(Trace, "IpStatusSocketAccess::GetCurrentDefaultGateway(): Default Gateway found in 'route': {0}", result);
     } else {
         result = "0.0.0.0";
-        log(Trace, "IpStatusSocketAccess::GetCurrentDefaultGateway(): Default Gateway not found in 'route': {0}", result);
+        log(Trace, "IpStatusSocketAccess::GetCurrentDefaultGateway(): Default Gateway not found in 'route': {0}",
+            result);
     }
     return 0;
 }

@@ -123,8 +123,8 @@ void EthernetInfoModule::SetupSettings(const ModuleSettings& settings, const Har
     BasicString missingName;
     for (unsigned int line = 1; line <= lineCount; ++line) {
         log(Debug, "Device {0}: {1}, {2}, {3}, {4}, {5}, {6}", table.GetSetting(line, 1), table.GetSetting(line, 2),
-            table.GetSetting(line, 3), table.GetSetting(line, 4), table.GetSetting(line, 5),
-            table.GetSetting(line, 6), table.GetSetting(line, 7));
+            table.GetSetting(line, 3), table.GetSetting(line, 4), table.GetSetting(line, 5), table.GetSetting(line, 6),
+            table.GetSetting(line, 7));
 
         const unsigned int index = ParseUnsigned(table.GetSetting(line, 1));
         if (index != line) {
@@ -183,7 +183,9 @@ void EthernetInfoModule::SetupSettings(const ModuleSettings& settings, const Har
     }
 }
 
-void EthernetInfoModule::Dispose() {}
+void EthernetInfoModule::Dispose()
+{
+}
 
 bool EthernetInfoModule::IsEnabled() const
 {
@@ -215,8 +217,7 @@ BasicString EthernetInfoModule::ReadMacAddress(const BasicString& interfaceName)
     return text;
 }
 
-EthernetInfoModule::NetworkInterfaceType
-EthernetInfoModule::ConvertNetworkInterfaceType(const BasicString& text) const
+EthernetInfoModule::NetworkInterfaceType EthernetInfoModule::ConvertNetworkInterfaceType(const BasicString& text) const
 {
     std::istringstream stream(text);
     NetworkInterfaceType type = NetworkInterfaceType::Unknown;

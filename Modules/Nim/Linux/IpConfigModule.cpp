@@ -230,7 +230,8 @@ IpConfigModule::IpAssignMode IpConfigModule::GetIpAssignMode(unsigned int device
     const AccessErrorCode result = ReadValueFromInterface(device, BasicString(methodKey), text);
     if (result != AccessErrorCode::Success) {
         throw InvalidOperationException(
-            BasicString::Format("IpConfigModule::GetIpAssignMode(): ReadValueFromInterface() returned {0}", Code(result)));
+            BasicString::Format("IpConfigModule::GetIpAssignMode(): ReadValueFromInterface() returned {0}",
+                                Code(result)));
     }
     log(Trace, "IpConfigModule::GetIpAssignMode(): read: {0}", text);
     if (text.empty()) {

@@ -45,8 +45,10 @@ public:
     BasicString GetDeviceIpAddress(unsigned int device) const override;
 
 private:
-    using AccessFunction = int (Zel::Hardware::Modules::Commons::Linux::IpStatusSocketAccess::*)(
-        std::uint32_t, std::uint32_t, const BasicString&, BasicString&) const;
+    using AccessFunction = int (Zel::Hardware::Modules::Commons::Linux::IpStatusSocketAccess::*)(std::uint32_t,
+                                                                                                 std::uint32_t,
+                                                                                                 const BasicString&,
+                                                                                                 BasicString&) const;
 
     // The common course of the three queries: name lookup, kernel read, and
     // a non-zero status turned into the exception of failureFormat.

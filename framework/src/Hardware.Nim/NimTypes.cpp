@@ -17,8 +17,8 @@ struct Named {
     std::string_view text;
 };
 
-constexpr std::array<Named<LinkState>, 3> linkStateNames{{
-    {LinkState::Down, "down"}, {LinkState::Up, "up"}, {LinkState::Unknown, "unknown"}}};
+constexpr std::array<Named<LinkState>, 3> linkStateNames{
+    {{LinkState::Down, "down"}, {LinkState::Up, "up"}, {LinkState::Unknown, "unknown"}}};
 constexpr std::array<Named<LinkSpeed>, 4> linkSpeedNames{{{LinkSpeed::Unknown, "unknown"},
                                                           {LinkSpeed::Speed10, "10"},
                                                           {LinkSpeed::Speed100, "100"},
@@ -37,13 +37,14 @@ constexpr std::array<Named<IpAssignMode>, 6> assignModeNames{{{IpAssignMode::Sta
                                                               {IpAssignMode::Loopback, "loopback"},
                                                               {IpAssignMode::Ppp, "ppp"},
                                                               {IpAssignMode::Bootp, "bootp"}}};
-constexpr std::array<Named<AccessErrorCode>, 7> accessErrorNames{{{AccessErrorCode::Success, "Success"},
-                                                                 {AccessErrorCode::Failed, "Failed"},
-                                                                 {AccessErrorCode::NotSupported, "NotSupported"},
-                                                                 {AccessErrorCode::AccessDenied, "AccessDenied"},
-                                                                 {AccessErrorCode::OutOfRange, "OutOfRange"},
-                                                                 {AccessErrorCode::Busy, "Busy"},
-                                                                 {AccessErrorCode::InvalidArgument, "InvalidArgument"}}};
+constexpr std::array<Named<AccessErrorCode>, 7> accessErrorNames{
+    {{AccessErrorCode::Success, "Success"},
+     {AccessErrorCode::Failed, "Failed"},
+     {AccessErrorCode::NotSupported, "NotSupported"},
+     {AccessErrorCode::AccessDenied, "AccessDenied"},
+     {AccessErrorCode::OutOfRange, "OutOfRange"},
+     {AccessErrorCode::Busy, "Busy"},
+     {AccessErrorCode::InvalidArgument, "InvalidArgument"}}};
 
 template <typename E, std::size_t N>
 std::ostream& WriteNamed(std::ostream& out, E value, const std::array<Named<E>, N>& names, bool numberIfUnnamed)
@@ -95,27 +96,51 @@ std::istream& ReadNamed(std::istream& in, E& value, const std::array<Named<E>, N
 
 } // namespace
 
-std::ostream& operator<<(std::ostream& out, LinkState value) { return WriteNamed(out, value, linkStateNames, true); }
-std::ostream& operator<<(std::ostream& out, LinkSpeed value) { return WriteNamed(out, value, linkSpeedNames, true); }
-std::ostream& operator<<(std::ostream& out, LinkDuplex value) { return WriteNamed(out, value, linkDuplexNames, true); }
+std::ostream& operator<<(std::ostream& out, LinkState value)
+{
+    return WriteNamed(out, value, linkStateNames, true);
+}
+std::ostream& operator<<(std::ostream& out, LinkSpeed value)
+{
+    return WriteNamed(out, value, linkSpeedNames, true);
+}
+std::ostream& operator<<(std::ostream& out, LinkDuplex value)
+{
+    return WriteNamed(out, value, linkDuplexNames, true);
+}
 std::ostream& operator<<(std::ostream& out, NetworkInterfaceType value)
 {
     return WriteNamed(out, value, interfaceTypeNames, false);
 }
-std::ostream& operator<<(std::ostream& out, IpAssignMode value) { return WriteNamed(out, value, assignModeNames, false); }
+std::ostream& operator<<(std::ostream& out, IpAssignMode value)
+{
+    return WriteNamed(out, value, assignModeNames, false);
+}
 std::ostream& operator<<(std::ostream& out, AccessErrorCode value)
 {
     return WriteNamed(out, value, accessErrorNames, false);
 }
 
-std::istream& operator>>(std::istream& in, LinkState& value) { return ReadNamed(in, value, linkStateNames, true); }
-std::istream& operator>>(std::istream& in, LinkSpeed& value) { return ReadNamed(in, value, linkSpeedNames, true); }
-std::istream& operator>>(std::istream& in, LinkDuplex& value) { return ReadNamed(in, value, linkDuplexNames, true); }
+std::istream& operator>>(std::istream& in, LinkState& value)
+{
+    return ReadNamed(in, value, linkStateNames, true);
+}
+std::istream& operator>>(std::istream& in, LinkSpeed& value)
+{
+    return ReadNamed(in, value, linkSpeedNames, true);
+}
+std::istream& operator>>(std::istream& in, LinkDuplex& value)
+{
+    return ReadNamed(in, value, linkDuplexNames, true);
+}
 std::istream& operator>>(std::istream& in, NetworkInterfaceType& value)
 {
     return ReadNamed(in, value, interfaceTypeNames, false);
 }
-std::istream& operator>>(std::istream& in, IpAssignMode& value) { return ReadNamed(in, value, assignModeNames, false); }
+std::istream& operator>>(std::istream& in, IpAssignMode& value)
+{
+    return ReadNamed(in, value, assignModeNames, false);
+}
 std::istream& operator>>(std::istream& in, AccessErrorCode& value)
 {
     return ReadNamed(in, value, accessErrorNames, true);

@@ -18,8 +18,8 @@ std::shared_ptr<LogAdapter> LogManager::CreateLogAdapter(const BasicString& name
         return found->second;
     }
     auto level = channelLevels.find(name);
-    auto adapter = std::make_shared<LogAdapter>(name, level != channelLevels.end() ? level->second : GetDefaultLogLevel(),
-                                                *this);
+    auto adapter =
+        std::make_shared<LogAdapter>(name, level != channelLevels.end() ? level->second : GetDefaultLogLevel(), *this);
     adapters.emplace(name, adapter);
     return adapter;
 }

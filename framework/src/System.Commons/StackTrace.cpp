@@ -11,7 +11,9 @@ namespace {
 constexpr int maxFrames = 64;
 }
 
-StackTrace::StackTrace() : StackTrace(true) {}
+StackTrace::StackTrace() : StackTrace(true)
+{
+}
 
 StackTrace::StackTrace(bool capture)
 {
@@ -32,8 +34,9 @@ BasicString StackTrace::ToString() const
     if (frames.empty()) {
         return text;
     }
-    std::unique_ptr<char*, decltype(&std::free)> symbols(
-        ::backtrace_symbols(frames.data(), static_cast<int>(frames.size())), &std::free);
+    std::unique_ptr<char*, decltype(&std::free)> symbols(::backtrace_symbols(frames.data(),
+                                                                             static_cast<int>(frames.size())),
+                                                         &std::free);
     for (std::size_t i = 0; i < frames.size(); ++i) {
         text += fmt::format("  #{} {}\n", i, symbols ? symbols.get()[i] : fmt::format("{}", frames[i]));
     }

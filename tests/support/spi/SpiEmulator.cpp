@@ -6,8 +6,8 @@
 #include <cstring>
 #include <linux/spi/spidev.h>
 #include <map>
-#include <set>
 #include <mutex>
+#include <set>
 #include <stdexcept>
 #include <string_view>
 #include <sys/eventfd.h>
@@ -114,8 +114,8 @@ bool Ioctl(int fd, unsigned long request, void* argument, int* result)
     SpiTransfer record;
     record.length = transfer.len;
     record.defaultsOnly = transfer.speed_hz == 0 && transfer.delay_usecs == 0 && transfer.bits_per_word == 0 &&
-                          transfer.cs_change == 0 && transfer.tx_nbits == 0 && transfer.rx_nbits == 0 &&
-                          transfer.word_delay_usecs == 0 && transfer.pad == 0;
+        transfer.cs_change == 0 && transfer.tx_nbits == 0 && transfer.rx_nbits == 0 && transfer.word_delay_usecs == 0 &&
+        transfer.pad == 0;
     if (tx != nullptr) {
         record.sent.assign(tx, tx + transfer.len);
     }
@@ -145,31 +145,65 @@ void Forget(int fd)
 
 } // namespace SpiHooks
 
-SpiDevice::SpiDevice(std::shared_ptr<SpiDeviceState> state) : state(std::move(state)) {}
+SpiDevice::SpiDevice(std::shared_ptr<SpiDeviceState> state) : state(std::move(state))
+{
+}
 
 SpiDevice::~SpiDevice()
 {
     Locked(*state, [](SpiDeviceState& s) { TheRegistry().nodes.erase(s.path); });
 }
 
-const std::string& SpiDevice::Path() const { return state->path; }
-void SpiDevice::SetRegister(unsigned int address, std::uint8_t value) { Locked(*state, [&](auto& s) { s.registers.at(address) = value; }); }
-void SpiDevice::FailTransfers(bool fail) { Locked(*state, [&](auto& s) { s.failTransfers = fail; }); }
+const std::string& SpiDevice::Path() const
+{
+    return state->path;
+}
+void SpiDevice::SetRegister(unsigned int address, std::uint8_t value)
+{
+    Locked(*state, [&](auto& s) { s.registers.at(address) = value; });
+}
+void SpiDevice::FailTransfers(bool fail)
+{
+    Locked(*state, [&](auto& s) { s.failTransfers = fail; });
+}
 void SpiDevice::FailReadsOf(unsigned int address, bool fail)
 {
     Locked(*state, [&](auto& s) { fail ? (void)s.failingReads.insert(address) : (void)s.failingReads.erase(address); });
 }
-void SpiDevice::ClearTransfers() { Locked(*state, [](auto& s) { s.transfers.clear(); }); }
-std::vector<SpiTransfer> SpiDevice::Transfers() const { return Locked(*state, [](auto& s) { return s.transfers; }); }
-int SpiDevice::OpenCount() const { return Locked(*state, [](auto& s) { return s.openCount; }); }
-int SpiDevice::LastOpenFlags() const { return Locked(*state, [](auto& s) { return s.lastOpenFlags; }); }
-int SpiDevice::ForeignRequests() const { return Locked(*state, [](auto& s) { return s.foreignRequests; }); }
+void SpiDevice::ClearTransfers()
+{
+    Locked(*state, [](auto& s) { s.transfers.clear(); });
+}
+std::vector<SpiTransfer> SpiDevice::Transfers() const
+{
+    return Locked(*state, [](auto& s) { return s.transfers; });
+}
+int SpiDevice::OpenCount() const
+{
+    return Locked(*state, [](auto& s) { return s.openCount; });
+}
+int SpiDevice::LastOpenFlags() const
+{
+    return Locked(*state, [](auto& s) { return s.lastOpenFlags; });
+}
+int SpiDevice::ForeignRequests() const
+{
+    return Locked(*state, [](auto& s) { return s.foreignRequests; });
+}
 
-SpiEmulator::SpiEmulator(bool ksz8794) : ksz8794(ksz8794), registers(RegisterCount, 0) {}
+SpiEmulator::SpiEmulator(bool ksz8794) : ksz8794(ksz8794), registers(RegisterCount, 0)
+{
+}
 
 // Chip id, then the family in the high nibble with revision 1 in the low one.
-SpiEmulator SpiEmulator::Ksz8794() { return SpiEmulator(true).Register(0x00, 0x87).Register(0x01, 0x61); }
-SpiEmulator SpiEmulator::Ksz8863() { return SpiEmulator(false).Register(0x00, 0x88).Register(0x01, 0x31); }
+SpiEmulator SpiEmulator::Ksz8794()
+{
+    return SpiEmulator(true).Register(0x00, 0x87).Register(0x01, 0x61);
+}
+SpiEmulator SpiEmulator::Ksz8863()
+{
+    return SpiEmulator(false).Register(0x00, 0x88).Register(0x01, 0x31);
+}
 
 SpiEmulator& SpiEmulator::Register(unsigned int address, std::uint8_t value)
 {

@@ -47,7 +47,7 @@ public:
 
     std::vector<SpiTransfer> Transfers() const;
     void ClearTransfers();
-    int OpenCount() const;       // successful opens of the node so far
+    int OpenCount() const; // successful opens of the node so far
     int LastOpenFlags() const;
     int ForeignRequests() const; // ioctls other than SPI_IOC_MESSAGE(1), answered with ENOTTY
 

@@ -51,15 +51,15 @@ int IoctlWith(IoctlFunction next, int fd, unsigned long request, va_list args)
 } // namespace
 
 // One definition per variadic entry point; each reads its one optional argument.
-#define ZEL_SPI_VARIADIC(name, Type, With, A, a, B, b)     \
-    int name(A a, B b, ...)                                \
-    {                                                      \
-        static const auto next = Next<Type>(#name);        \
-        va_list args;                                      \
-        va_start(args, b);                                 \
-        const int result = With(next, a, b, args);         \
-        va_end(args);                                      \
-        return result;                                     \
+#define ZEL_SPI_VARIADIC(name, Type, With, A, a, B, b)                                                                 \
+    int name(A a, B b, ...)                                                                                            \
+    {                                                                                                                  \
+        static const auto next = Next<Type>(#name);                                                                    \
+        va_list args;                                                                                                  \
+        va_start(args, b);                                                                                             \
+        const int result = With(next, a, b, args);                                                                     \
+        va_end(args);                                                                                                  \
+        return result;                                                                                                 \
     }
 
 extern "C" {

@@ -85,10 +85,8 @@ LinkDuplex DecodeDuplex(const ethtool_cmd& command)
 
 EthPortInfoI210Drv::EthPortInfoI210Drv(unsigned int deviceIndex, unsigned int portIndex,
                                        const BasicString& interfaceName)
-    : deviceIndex(deviceIndex)
-    , portIndex(portIndex)
-    , interfaceName(interfaceName)
-    , fdSocket(socket(AF_INET, SOCK_DGRAM, 0))
+    : deviceIndex(deviceIndex), portIndex(portIndex), interfaceName(interfaceName),
+      fdSocket(socket(AF_INET, SOCK_DGRAM, 0))
 {
     if (fdSocket.Get() < 0) {
         throw InvalidOperationException(BasicString("Could not open socket for read Ethernet port info"));

@@ -21,9 +21,9 @@ constexpr PortTextCode<LinkDuplex> duplexTexts[] = {{"full", LinkDuplex::Full}, 
 
 EthPortInfoSwitchKSZ8794::EthPortInfoSwitchKSZ8794(unsigned int deviceIndex, unsigned int portIndex,
                                                    const Zel::Hardware::Commons::Modules::ModuleSettings& settings)
-    : files(log, deviceIndex, portIndex)
-    , speedFilePath(settings.GetSetting(BasicString::Format("path.{0}.{1}.speed", deviceIndex, portIndex)))
-    , duplexFilePath(settings.GetSetting(BasicString::Format("path.{0}.{1}.duplex", deviceIndex, portIndex)))
+    : files(log, deviceIndex, portIndex),
+      speedFilePath(settings.GetSetting(BasicString::Format("path.{0}.{1}.speed", deviceIndex, portIndex))),
+      duplexFilePath(settings.GetSetting(BasicString::Format("path.{0}.{1}.duplex", deviceIndex, portIndex)))
 {
     fdSpeed = PortFileReader::OpenForRead(speedFilePath);
     // A duplex file that cannot be opened is never reported at set-up: the

@@ -46,7 +46,8 @@ std::vector<NetworkInterfaceAccess::BasicString> NetworkInterfaceAccess::ReadLin
     return names;
 }
 
-NetworkInterfaceAccess::HardwareAddress NetworkInterfaceAccess::ReadHardwareAddress(const BasicString& interfaceName) const
+NetworkInterfaceAccess::HardwareAddress
+NetworkInterfaceAccess::ReadHardwareAddress(const BasicString& interfaceName) const
 {
     ifreq request{};
     ::Zel::System::Commons::SecureStrcpy(request.ifr_name, IFNAMSIZ, interfaceName.c_str());

@@ -19,12 +19,20 @@ using ::Zel::System::Commons::Logging::Error;
 static_assert(SPI_IOC_MESSAGE(1) == 0x40206B00);
 static_assert(sizeof(spi_ioc_transfer) == 32);
 
-const SpiSwitchChip SpiSwitchChip::Ksz8794 = {0x6000, 1, 0x87, 0x60,
+const SpiSwitchChip SpiSwitchChip::Ksz8794 = {0x6000,
+                                              1,
+                                              0x87,
+                                              0x60,
                                               "Can not read data from KSZ8794 Switch: SPI_IOC_MESSAGE failed: {0}",
-                                              "KSZ8794: Chip id0 mismatch.", "KSZ8794: Chip id1 mismatch."};
-const SpiSwitchChip SpiSwitchChip::Ksz8863 = {0x0300, 0, 0x88, 0x30,
+                                              "KSZ8794: Chip id0 mismatch.",
+                                              "KSZ8794: Chip id1 mismatch."};
+const SpiSwitchChip SpiSwitchChip::Ksz8863 = {0x0300,
+                                              0,
+                                              0x88,
+                                              0x30,
                                               "Can not read data from KSZ8863 Switch: SPI_IOC_MESSAGE failed: {0}",
-                                              "KSZ8863: Chip id0 mismatch.", "KSZ8863: Chip id1 mismatch."};
+                                              "KSZ8863: Chip id0 mismatch.",
+                                              "KSZ8863: Chip id1 mismatch."};
 
 namespace {
 

@@ -15,7 +15,7 @@ namespace Zel::Hardware::Modules::Nim::Linux::Internal {
 struct SpiSwitchChip {
     std::uint16_t readCommand;
     unsigned int addressShift;
-    std::uint8_t chipId0;       // register 0x00, all bits
+    std::uint8_t chipId0; // register 0x00, all bits
     std::uint8_t chipId1Family; // register 0x01, high nibble
     const char* transferFailed; // logged with the ioctl's result as {0}
     const char* chipId0Mismatch;
@@ -39,8 +39,7 @@ class SpiSwitchRegisterReader {
 public:
     using LogChannel = ::Zel::System::Commons::Logging::LogChannel;
 
-    constexpr SpiSwitchRegisterReader(const SpiSwitchChip& chip, const LogChannel& log) noexcept
-        : chip(chip), log(log)
+    constexpr SpiSwitchRegisterReader(const SpiSwitchChip& chip, const LogChannel& log) noexcept : chip(chip), log(log)
     {
     }
     SpiSwitchRegisterReader(const SpiSwitchRegisterReader&) = delete;

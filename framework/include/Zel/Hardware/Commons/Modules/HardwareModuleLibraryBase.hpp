@@ -12,9 +12,8 @@ namespace Zel::Hardware::Commons::Modules {
 
 // The library object of a hardware-module plug-in: its factory table and the
 // file it was loaded from (set by the loader).
-class ZEL_API HardwareModuleLibraryBase
-    : public System::Commons::Extensibility::ModuleLibraryBase<IHardwareModule>,
-      public System::Commons::Extensibility::ModuleFactory<IHardwareModule> {
+class ZEL_API HardwareModuleLibraryBase : public System::Commons::Extensibility::ModuleLibraryBase<IHardwareModule>,
+                                          public System::Commons::Extensibility::ModuleFactory<IHardwareModule> {
 public:
     explicit HardwareModuleLibraryBase(System::Commons::AppDomain& appDomain);
     ~HardwareModuleLibraryBase() override;
