@@ -8,6 +8,8 @@
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 
+#include <algorithm>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -26,9 +28,12 @@ void Append(Bytes& bytes, const T& value)
 // A netlink message of this type around the body.
 Bytes Message(std::uint16_t type, const Bytes& body)
 {
-    Bytes message;
-    Append(message, nlmsghdr{static_cast<std::uint32_t>(NLMSG_HDRLEN + body.size()), type, 0, 0, 0});
-    message.insert(message.end(), body.begin(), body.end());
+    // Sized first and filled: gcc 12 at -O3 for 32-bit ARM warns wrongly on
+    // an insert into an empty vector here.
+    const nlmsghdr header{static_cast<std::uint32_t>(NLMSG_HDRLEN + body.size()), type, 0, 0, 0};
+    Bytes message(sizeof header + body.size());
+    std::memcpy(message.data(), &header, sizeof header);
+    std::copy(body.begin(), body.end(), message.begin() + static_cast<std::ptrdiff_t>(sizeof header));
     return message;
 }
 
