@@ -46,77 +46,69 @@ interfaces = [["1", "L", "lo", "0", "unsupported", "", "Internal"]]
 // error, nothing on standard output; with --json the same failure is a
 // document on standard output. A full message starts with "nimhost: "; other
 // texts are CLI11's, found anywhere in it.
+// The words of a command line, written with '|' between them.
+std::vector<std::string> Words(const std::string& line)
+{
+    std::vector<std::string> words;
+    for (std::size_t start = 0, end = 0; end != std::string::npos; start = end + 1) {
+        end = line.find('|', start);
+        words.push_back(line.substr(start, end - start));
+    }
+    return words;
+}
+
 TEST(NimhostCli, WrongInputGivesItsExitCodeAndMessageAndAJsonFailureDocument)
 {
     ScratchDirectory directory;
-    const std::string board = directory.Write("board.toml", loopbackBoard);
-    struct Case {
-        std::vector<std::string> arguments;
-        int exitCode;
-        std::string err;
-    };
+    const std::string board = "--config|" + directory.Write("board.toml", loopbackBoard) + "|";
     const std::string address = "use an IPv4 address with an optional /prefix of 0 to 32, such as 192.168.1.10/24\n";
     const std::string dns =
         "use one or more IPv4 addresses separated by single spaces, such as \"192.168.1.1 9.9.9.9\"\n";
-    for (const Case& c : std::vector<Case>{
-             {{"bogus"}, 2, "bogus"},
-             {{"ip", "get", "1", "hostname"}, 2, "hostname"},
-             {{"ip", "set", "1", "address"}, 2, "VALUE"},
-             {{"--log-level", "9"}, 2, "--log-level"},
-             {{"watch", "--count", "0"}, 2, "--count"},
-             {{"ip", "set", "1", "mode", "sideways"},
-              2,
-              "nimhost: 'sideways' is not a method word: use one of static, dhcp, manual, loopback, ppp, bootp\n"},
-             {{"ip", "set", "1", "address", "999.1.1.1"}, 2, "nimhost: '999.1.1.1' is not a valid address: " + address},
-             {{"ip", "set", "1", "address", "10.0.0.1/33"},
-              2,
-              "nimhost: '10.0.0.1/33' is not a valid address: " + address},
-             {{"ip", "set", "1", "address", "1.2.3.4 5.6.7.8"},
-              2,
-              "nimhost: '1.2.3.4 5.6.7.8' is not a valid address: " + address},
-             {{"ip", "set", "1", "address", ""}, 2, "nimhost: the address is empty: " + address},
-             {{"ip", "set", "1", "netmask", "255.0.255.0"},
-              2,
-              "nimhost: '255.0.255.0' is not a valid netmask: use a dotted-quad netmask with contiguous ones, such "
-              "as 255.255.255.0\n"},
-             {{"ip", "set", "1", "gateway", "10.0.0.1/8"},
-              2,
-              "nimhost: '10.0.0.1/8' is not a valid gateway: use an IPv4 address, such as 192.168.1.1\n"},
-             {{"ip", "set", "1", "dns", "1.1.1.1  9.9.9.9"},
-              2,
-              "nimhost: '1.1.1.1  9.9.9.9' is not a valid list of name servers: " + dns},
-             {{"ip", "set", "1", "dns", "1.1.1.1 "},
-              2,
-              "nimhost: '1.1.1.1 ' is not a valid list of name servers: " + dns},
-             {{"--config", board, "status", "0"}, 2, "nimhost: device 0 does not exist; this board has device 1\n"},
-             {{"--config", board, "ip", "get", "3", "address"},
-              2,
-              "nimhost: device 3 does not exist; this board has device 1\n"},
-             {{"--config", board, "status", ""}, 2, "nimhost: no device number given; this board has device 1\n"},
-             {{"--config", board, "ip", "set", "eth0", "mode", "dhcp"},
-              2,
-              "nimhost: device 'eth0' is not a device number; this board has device 1\n"},
-             {{"--config", "/nonexistent/board.toml", "report"},
-              2,
-              "nimhost: /nonexistent/board.toml: File could not be opened for reading\n"},
-             {{"--config", "/tmp", "report"},
-              2,
-              "nimhost: --config /tmp: is a directory; name a settings file (TOML)\n"},
-             {{"--config", "", "settings"}, 2, "nimhost: --config needs the name of a settings file\n"},
-             {{"--plugin", "/nonexistent/libNothing.so", "modules"},
-              1,
-              "nimhost: Could not load library '/nonexistent/libNothing.so': "}}) {
-        SCOPED_TRACE(fmt::format("{}", fmt::join(c.arguments, " ")));
-        const auto result = RunNimhost(c.arguments);
+    const std::string device = " does not exist; this board has device 1\n";
+    const std::string mask = "use a dotted-quad netmask with contiguous ones, such as 255.255.255.0\n";
+    const struct {
+        std::string arguments;
+        int exitCode;
+        std::string err;
+    } cases[] = {
+        {"bogus", 2, "bogus"},
+        {"ip|get|1|hostname", 2, "hostname"},
+        {"ip|set|1|address", 2, "VALUE"},
+        {"--log-level|9", 2, "--log-level"},
+        {"watch|--count|0", 2, "--count"},
+        {"ip|set|1|mode|sideways", 2,
+         "nimhost: 'sideways' is not a method word: use one of static, dhcp, manual, loopback, ppp, bootp\n"},
+        {"ip|set|1|address|999.1.1.1", 2, "nimhost: '999.1.1.1' is not a valid address: " + address},
+        {"ip|set|1|address|10.0.0.1/33", 2, "nimhost: '10.0.0.1/33' is not a valid address: " + address},
+        {"ip|set|1|address|1.2.3.4 5.6.7.8", 2, "nimhost: '1.2.3.4 5.6.7.8' is not a valid address: " + address},
+        {"ip|set|1|address|", 2, "nimhost: the address is empty: " + address},
+        {"ip|set|1|netmask|255.0.255.0", 2, "nimhost: '255.0.255.0' is not a valid netmask: " + mask},
+        {"ip|set|1|gateway|10.0.0.1/8", 2,
+         "nimhost: '10.0.0.1/8' is not a valid gateway: use an IPv4 address, such as 192.168.1.1\n"},
+        {"ip|set|1|dns|1.1.1.1  9.9.9.9", 2, "nimhost: '1.1.1.1  9.9.9.9' is not a valid list of name servers: " + dns},
+        {"ip|set|1|dns|1.1.1.1 ", 2, "nimhost: '1.1.1.1 ' is not a valid list of name servers: " + dns},
+        {board + "status|0", 2, "nimhost: device 0" + device},
+        {board + "ip|get|3|address", 2, "nimhost: device 3" + device},
+        {board + "status|", 2, "nimhost: no device number given; this board has device 1\n"},
+        {board + "ip|set|eth0|mode|dhcp", 2,
+         "nimhost: device 'eth0' is not a device number; this board has device 1\n"},
+        {"--config|/nonexistent/board.toml|report", 2,
+         "nimhost: /nonexistent/board.toml: File could not be opened for reading\n"},
+        {"--config|/tmp|report", 2, "nimhost: --config /tmp: is a directory; name a settings file (TOML)\n"},
+        {"--config||settings", 2, "nimhost: --config needs the name of a settings file\n"},
+        {"--plugin|/nonexistent/libNothing.so|modules", 1,
+         "nimhost: Could not load library '/nonexistent/libNothing.so': "},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.arguments);
+        const auto result = RunNimhost(Words(c.arguments));
         EXPECT_EQ(result.exitCode, c.exitCode);
         const bool whole = c.err.rfind("nimhost: ", 0) == 0 && c.err.back() == '\n';
         EXPECT_TRUE(whole ? result.err == c.err : result.err.find(c.err) != std::string::npos) << result.err;
         EXPECT_EQ(result.err.find("::"), std::string::npos) << result.err;
         EXPECT_EQ(result.out, "");
 
-        auto arguments = c.arguments;
-        arguments.push_back("--json");
-        const auto json = RunNimhost(arguments);
+        const auto json = RunNimhost(Words(c.arguments + "|--json"));
         ASSERT_TRUE(nlohmann::json::accept(json.out)) << json.out;
         const auto error = nlohmann::json::parse(json.out)["error"];
         EXPECT_EQ(std::tie(json.exitCode, error["exitCode"]), std::tie(c.exitCode, c.exitCode));

@@ -153,18 +153,7 @@ TEST_F(NimhostReport, JsonReportAgreesWithWhatIpSays)
     // Link up, veth's 10000 Mbit/s has no code, full duplex. Configured values
     // come from the file, where only the gateway differs; a value the file
     // lacks is null.
-    EXPECT_EQ(document["devices"], json::parse(R"([
-        {"device": 1, "publicName": "X1", "interfaceName": "eth0", "macAddress": "02:00:00:00:00:01", "interfaceType": 1,
-         "portCount": 1, "ports": [{"port": 1, "publicName": "P1", "mode": "sysFile", "linkState": 1, "linkSpeed": 0, "linkDuplex": 2}],
-         "live": {"address": "192.168.1.10", "netmask": "255.255.255.0", "gateway": "192.168.1.1"},
-         "configured": {"address": "192.168.1.10", "netmask": "255.255.255.0", "gateway": "192.168.1.254",
-                        "dnsNameservers": null, "method": 0},
-         "differs": {"address": false, "netmask": false, "gateway": true}},
-        {"device": 2, "publicName": "X2", "interfaceName": "eth1", "macAddress": "02:00:00:00:00:02", "interfaceType": 2,
-         "portCount": 1, "ports": [{"port": 1, "publicName": "P2", "mode": "sysFile", "linkState": 1, "linkSpeed": 0, "linkDuplex": 2}],
-         "live": {"address": "10.0.0.10", "netmask": "255.0.0.0", "gateway": "0.0.0.0"},
-         "configured": {"address": null, "netmask": null, "gateway": null, "dnsNameservers": null, "method": 1},
-         "differs": {"address": null, "netmask": null, "gateway": null}}])"));
+    EXPECT_EQ(document["devices"], json::parse(ReadFile(NIMHOST_GOLDEN "/report-devices.json")));
 }
 
 // eth0 lives at 192.168.1.10/24 via 192.168.1.1. The text report shows the
@@ -567,53 +556,7 @@ TEST_F(NimhostReport, MetricsPassPromtoolAndLeaveUnknownValuesOut)
     text = std::regex_replace(text, std::regex(R"(^nim_collection_duration_seconds \d.*$)", std::regex::multiline),
                               "nim_collection_duration_seconds T");
     // eth0's block has no dns line; eth1's (dhcp) and lo's none of the values.
-    std::string failed;
-    const auto fail = [&failed](const char* device, const char* query) {
-        failed += fmt::format(R"(nim_query_failed{{device="{}",query="IIpConfigModule::Get{}",exception=)"
-                              R"("Zel::System::Commons::InvalidOperationException"}} 1)"
-                              "\n",
-                              device, query);
-    };
-    fail(R"(1",interface="eth0)", "DnsNameservers");
-    for (const char* device : {R"(2",interface="eth1)", R"(3",interface="lo)"}) {
-        for (const char* query : {"IpAddress", "SubnetMask", "DefaultGateway", "DnsNameservers"}) {
-            fail(device, query);
-        }
-    }
-    EXPECT_EQ(text, R"(# HELP nim_device_info Texts of an Ethernet device as the plug-in reports them; always 1.
-# TYPE nim_device_info gauge
-nim_device_info{device="1",interface="eth0",public_name="X1",mac_address="02:00:00:00:00:01",interface_type="Ethernet"} 1
-nim_device_info{device="2",interface="eth1",public_name="X2",mac_address="02:00:00:00:00:02",interface_type="Fieldbus"} 1
-nim_device_info{device="3",interface="lo",public_name="X3",mac_address="00:00:00:00:00:00",interface_type="Internal"} 1
-# HELP nim_port_info Texts of a device's port (mode from the settings); always 1.
-# TYPE nim_port_info gauge
-nim_port_info{device="1",interface="eth0",port="1",public_name="P1",mode="sysFile"} 1
-nim_port_info{device="2",interface="eth1",port="1",public_name="P2",mode="sysFile"} 1
-nim_port_info{device="3",interface="lo",port="1",public_name="P\"3",mode="sysFile"} 1
-# HELP nim_port_link_up 1 when the port's link is up, 0 when down; absent when unknown.
-# TYPE nim_port_link_up gauge
-nim_port_link_up{device="1",interface="eth0",port="1"} 1
-nim_port_link_up{device="2",interface="eth1",port="1"} 1
-nim_port_link_up{device="3",interface="lo",port="1"} 1
-# HELP nim_port_speed_bytes Link speed of the port in bytes per second; absent when unknown.
-# TYPE nim_port_speed_bytes gauge
-nim_port_speed_bytes{device="3",interface="lo",port="1"} 12500000
-# HELP nim_port_full_duplex 1 for full duplex, 0 for half duplex; absent when unknown.
-# TYPE nim_port_full_duplex gauge
-nim_port_full_duplex{device="1",interface="eth0",port="1"} 1
-nim_port_full_duplex{device="2",interface="eth1",port="1"} 1
-nim_port_full_duplex{device="3",interface="lo",port="1"} 0
-# HELP nim_ip_config_differs 1 when the configured IP value (/etc/network/interfaces) differs from the live one, else 0; absent when either could not be read.
-# TYPE nim_ip_config_differs gauge
-nim_ip_config_differs{device="1",interface="eth0",field="address"} 0
-nim_ip_config_differs{device="1",interface="eth0",field="netmask"} 0
-nim_ip_config_differs{device="1",interface="eth0",field="gateway"} 1
-# HELP nim_query_failed 1 for each query of the plug-in that threw in this collection, with the exception's type.
-# TYPE nim_query_failed gauge
-)" + failed + R"(# HELP nim_collection_duration_seconds How long asking the plug-in's modules took.
-# TYPE nim_collection_duration_seconds gauge
-nim_collection_duration_seconds T
-)");
+    EXPECT_EQ(text, ReadFile(NIMHOST_GOLDEN "/metrics.prom"));
     // The other speed codes in bytes per second too.
     for (const auto& [mbits, bytes] : {std::pair{"10\n", " 1250000\n"}, std::pair{"1000\n", " 125000000\n"}}) {
         WriteFile(port + "speed", mbits);

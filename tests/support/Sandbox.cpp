@@ -19,38 +19,10 @@ bool EnvEquals(const char* name, const char* value)
 
 int DecodeStatus(int status)
 {
-    if (status == -1)
-        return 127;
-    if (WIFEXITED(status))
+    if (status != -1 && WIFEXITED(status)) {
         return WEXITSTATUS(status);
-    if (WIFSIGNALED(status))
-        return 128 + WTERMSIG(status);
-    return 127;
-}
-
-// Runs the command with stderr folded into stdout; returns {status, output}.
-std::pair<int, std::string> Capture(const std::string& shellCommand)
-{
-    const std::string command = "{ " + shellCommand + "\n} 2>&1";
-    FILE* pipe = ::popen(command.c_str(), "r");
-    if (pipe == nullptr)
-        return {127, "popen failed for: " + shellCommand};
-    std::string output;
-    std::array<char, 4096> buffer{};
-    size_t n = 0;
-    while ((n = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0)
-        output.append(buffer.data(), n);
-    return {DecodeStatus(::pclose(pipe)), output};
-}
-
-std::string MustRun(const std::string& shellCommand)
-{
-    auto [status, output] = Capture(shellCommand);
-    if (status != 0) {
-        throw std::runtime_error("command failed (exit " + std::to_string(status) + "): " + shellCommand +
-                                 (output.empty() ? std::string() : "\n" + output));
     }
-    return output;
+    return status != -1 && WIFSIGNALED(status) ? 128 + WTERMSIG(status) : 127;
 }
 
 } // namespace
@@ -70,17 +42,32 @@ int Run(const std::string& shellCommand)
     return DecodeStatus(std::system(shellCommand.c_str()));
 }
 
+// Standard error is folded into the output, so that a failure shows both.
 std::string RunOutput(const std::string& shellCommand)
 {
-    return MustRun(shellCommand);
+    FILE* pipe = ::popen(("{ " + shellCommand + "\n} 2>&1").c_str(), "r");
+    if (pipe == nullptr) {
+        throw std::runtime_error("popen failed for: " + shellCommand);
+    }
+    std::string output;
+    std::array<char, 4096> buffer{};
+    for (std::size_t n = 0; (n = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0;) {
+        output.append(buffer.data(), n);
+    }
+    if (const int status = DecodeStatus(::pclose(pipe)); status != 0) {
+        throw std::runtime_error("command failed (exit " + std::to_string(status) + "): " + shellCommand + "\n" +
+                                 output);
+    }
+    return output;
 }
 
 bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds deadline)
 {
     const auto end = std::chrono::steady_clock::now() + deadline;
     while (std::chrono::steady_clock::now() < end) {
-        if (condition())
+        if (condition()) {
             return true;
+        }
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     return condition();
@@ -88,23 +75,21 @@ bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds
 
 NetSandbox& NetSandbox::Ip(const std::string& arguments)
 {
-    MustRun("ip " + arguments);
+    RunOutput("ip " + arguments);
     return *this;
 }
 
-const std::string& NetSandbox::RequireCurrent(const char* what) const
+const std::string& NetSandbox::Current(const char* what) const
 {
     if (current_.empty()) {
-        throw std::logic_error(std::string("NetSandbox::") + what +
-                               ": no interface chosen (call Veth or Interface first)");
+        throw std::logic_error(std::string("NetSandbox::") + what + ": no interface chosen (call Veth or Interface)");
     }
     return current_;
 }
 
 NetSandbox& NetSandbox::Veth(const std::string& name, const std::string& peer)
 {
-    Ip("link add name " + name + " type veth peer name " + peer);
-    Ip("link set dev " + peer + " up");
+    Ip("link add name " + name + " type veth peer name " + peer).SetLinkUp(peer);
     current_ = name;
     return *this;
 }
@@ -117,17 +102,17 @@ NetSandbox& NetSandbox::Interface(const std::string& name)
 
 NetSandbox& NetSandbox::Mac(const std::string& mac)
 {
-    return Ip("link set dev " + RequireCurrent("Mac") + " address " + mac);
+    return Ip("link set dev " + Current("Mac") + " address " + mac);
 }
 
 NetSandbox& NetSandbox::Address(const std::string& cidr)
 {
-    return Ip("addr add " + cidr + " dev " + RequireCurrent("Address"));
+    return Ip("addr add " + cidr + " dev " + Current("Address"));
 }
 
 NetSandbox& NetSandbox::Up()
 {
-    return SetLinkUp(RequireCurrent("Up"));
+    return SetLinkUp(Current("Up"));
 }
 
 NetSandbox& NetSandbox::Route(const std::string& route)
@@ -148,8 +133,7 @@ NetSandbox& NetSandbox::SetLinkDown(const std::string& name)
 NetSandbox& NetSandbox::Delete(const std::string& name)
 {
     Ip("link del dev " + name);
-    if (current_ == name)
-        current_.clear();
+    current_ = current_ == name ? std::string() : current_;
     return *this;
 }
 

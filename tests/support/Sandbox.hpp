@@ -55,10 +55,8 @@ public:
     // Any other `ip` command, e.g. Ip("addr flush dev eth0").
     NetSandbox& Ip(const std::string& arguments);
 
-    const std::string& Current() const { return current_; }
-
 private:
-    const std::string& RequireCurrent(const char* what) const;
+    const std::string& Current(const char* what) const;
     std::string current_;
 };
 
