@@ -2,6 +2,9 @@
 // stand-in kernel that lists lo, eth0, eth1 and eth2, each with a known MAC;
 // no root needed. What needs the real kernel is in EthernetInfoSetupKernelTest.cpp.
 #include "Modules/Nim/Linux/EthernetInfoModule.hpp"
+#include "Modules/Nim/Linux/Internal/EthPortInfoI210Drv.hpp"
+
+#include "Checks.hpp"
 
 #include "MemoryLogSink.hpp"
 
@@ -13,6 +16,8 @@
 
 #include <stdexcept>
 #include <typeinfo>
+
+#include <sys/resource.h>
 
 namespace {
 
@@ -255,6 +260,31 @@ TEST_F(EthernetInfoSetup, BadDeviceAndPortNumbersThrowTheVectorsOutOfRange)
         EXPECT_THROW(m.GetPortLinkDuplex(device, port), std::out_of_range);
         EXPECT_THROW(m.GetPortPublicName(device, port), std::out_of_range);
     }
+}
+
+// The kernel's own access fails with the errno of its system call; a failed
+// MAC ioctl keeps its socket open, as the controller's runtime always did.
+TEST(NetworkInterfaceAccess, SystemCallFailuresAreExceptionsWithTheirErrno)
+{
+    using Zel::Test::ExpectThrow;
+    const Zel::Hardware::Modules::Nim::Linux::Internal::NetworkInterfaceAccess kernel;
+    const long before = Zel::Test::OpenDescriptorCount();
+    ExpectThrow<InvalidOperationException>([&] { kernel.ReadHardwareAddress("zel-absent0"); },
+                                           "Could not read mac info from 'zel-absent0': errno 19");
+    EXPECT_EQ(Zel::Test::OpenDescriptorCount(), before + 1);
+
+    rlimit limit{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit none{0, limit.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    ExpectThrow<InvalidOperationException>([&] { kernel.ReadLinkInterfaceNames(); },
+                                           "Could not read current interface list:  errno 24");
+    ExpectThrow<InvalidOperationException>([&] { kernel.ReadHardwareAddress("lo"); },
+                                           "Could not open socket for read mac info from 'lo': errno 24");
+    ExpectThrow<InvalidOperationException>(
+        [] { Zel::Hardware::Modules::Nim::Linux::Internal::EthPortInfoI210Drv(1, 1, "lo"); },
+        "Could not open socket for read Ethernet port info");
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
 }
 
 } // namespace

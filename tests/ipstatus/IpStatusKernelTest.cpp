@@ -1,6 +1,5 @@
 // IP status against the real kernel, inside the network sandbox with the
-// interfaces of ipstatus.scenario. Every answer is compared with what `ip`
-// reports in the same namespace.
+// interfaces of ipstatus.scenario.
 #include "Modules/Commons/Linux/IpStatusSocketAccess.hpp"
 #include "Modules/Nim/Linux/EthernetInfoModule.hpp"
 #include "Modules/Nim/Linux/IpStatusModule.hpp"
@@ -18,8 +17,6 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <fstream>
-#include <sstream>
 #include <stdexcept>
 
 namespace {
@@ -34,38 +31,6 @@ using Zel::System::Commons::BasicString;
 
 const std::string longName = "ipstatus-abcdef"; // 15 characters
 const std::vector<std::string> devices = {"ips0", "ips1", "ips2", longName};
-
-// What `ip -4 addr` says of the interface: its first (primary) IPv4 address
-// and that address's netmask, or "0.0.0.0" twice.
-std::pair<std::string, std::string> IpAddr(const std::string& interfaceName)
-{
-    std::istringstream words(Zel::Test::RunOutput("ip -4 -o addr show dev " + interfaceName));
-    std::string word;
-    while (words >> word) {
-        if (word == "inet" && words >> word) {
-            const auto slash = word.find('/');
-            const int prefix = std::stoi(word.substr(slash + 1));
-            const std::uint32_t mask = prefix == 0 ? 0u : 0xFFFFFFFFu << (32 - prefix);
-            return {word.substr(0, slash),
-                    fmt::format("{}.{}.{}.{}", mask >> 24, (mask >> 16) & 0xFFu, (mask >> 8) & 0xFFu, mask & 0xFFu)};
-        }
-    }
-    return {"0.0.0.0", "0.0.0.0"};
-}
-
-// The gateways of the interface's default routes in `ip route`'s order.
-std::vector<std::string> IpRouteGateways(const std::string& interfaceName)
-{
-    std::istringstream words(Zel::Test::RunOutput("ip -4 route show default dev " + interfaceName));
-    std::vector<std::string> gateways;
-    std::string word;
-    while (words >> word) {
-        if (word == "via" && words >> word) {
-            gateways.push_back(word);
-        }
-    }
-    return gateways;
-}
 
 class KernelIpStatus : public ::testing::Test {
 protected:
@@ -91,7 +56,7 @@ protected:
 
 // The module with the real Ethernet information module built from a device
 // table of the scenario's interfaces; "lo" through the access alone.
-TEST_F(KernelIpStatus, AddressNetmaskAndGatewayAreWhatIpReports)
+TEST_F(KernelIpStatus, AddressNetmaskAndGatewayAreTheKernelsOnes)
 {
     SettingField interfaces("interfaces");
     for (std::size_t device = 1; device <= devices.size(); ++device) {
@@ -108,29 +73,19 @@ TEST_F(KernelIpStatus, AddressNetmaskAndGatewayAreWhatIpReports)
     IpStatusModule module;
     module.SetupSettings(ModuleSettings(), provider);
 
+    // ips0: the first of two addresses; its gateway stands in the table as
+    // 0102A8C0. ips1: of two default routes the one added first is listed
+    // later (higher metric) and wins. ips2: no address, no default route.
+    const std::vector<std::string> expected = {"192.168.2.10 192.168.2.10 255.255.255.0 192.168.2.1",
+                                               "10.1.0.5 10.1.0.5 255.255.240.0 10.1.0.2",
+                                               "0.0.0.0 0.0.0.0 0.0.0.0 0.0.0.0",
+                                               "172.16.5.9 172.16.5.9 255.255.0.0 172.16.0.1"};
     for (unsigned int device = 1; device <= devices.size(); ++device) {
-        const std::string& name = devices[device - 1];
-        SCOPED_TRACE(name);
-        EXPECT_EQ(module.GetIpAddress(device), IpAddr(name).first);
-        EXPECT_EQ(module.GetDeviceIpAddress(device), IpAddr(name).first);
-        EXPECT_EQ(module.GetSubnetMask(device), IpAddr(name).second);
-        const auto gateways = IpRouteGateways(name);
-        EXPECT_EQ(module.GetDefaultGateway(device), gateways.empty() ? "0.0.0.0" : gateways.back());
+        EXPECT_EQ(fmt::format("{} {} {} {}", module.GetIpAddress(device), module.GetDeviceIpAddress(device),
+                              module.GetSubnetMask(device), module.GetDefaultGateway(device)),
+                  expected[device - 1]);
     }
     EXPECT_EQ(Address("lo") + " " + Netmask("lo") + " " + Gateway("lo"), "127.0.0.1 255.0.0.0 0.0.0.0");
-    // The scenario's own values, so that a broken oracle cannot hide a fault.
-    EXPECT_EQ(module.GetIpAddress(1), "192.168.2.10");
-    EXPECT_EQ(module.GetSubnetMask(2), "255.255.240.0");
-    // ips1 has two default routes; the one added first is listed later and wins.
-    EXPECT_EQ(IpRouteGateways("ips1"), (std::vector<std::string>{"10.1.0.1", "10.1.0.2"}));
-    EXPECT_EQ(module.GetDefaultGateway(2), "10.1.0.2");
-    // ips2 has neither an address nor a default route of its own.
-    EXPECT_EQ(Address("ips2") + Netmask("ips2") + Gateway("ips2"), "0.0.0.00.0.0.00.0.0.0");
-    // ips0's gateway 192.168.2.1 stands in the table lowest byte first.
-    std::ostringstream table;
-    table << std::ifstream("/proc/net/route").rdbuf();
-    EXPECT_NE(table.str().find("ips0\t00000000\t0102A8C0\t"), std::string::npos) << table.str();
-    EXPECT_EQ(module.GetDefaultGateway(1), "192.168.2.1");
     // Each query is traced at level 8 with its device number, then its answer.
     Zel::Test::LogCapture capture(8);
     module.GetSubnetMask(2);

@@ -83,7 +83,7 @@ const GatewayCase gatewayCases[] = {
      Route("eth0", "00000000", "0100000A", 5, "FFFFFFFF", "0001") +
          Route("eth0", "00000000", "0200000A", 1, "0000FFFF", "0000"),
      "eth0", "10.0.0.2"},
-    {"gateway_bytes_lowest_first", Route("eth0", "00000000", "0102A8C0"), "eth0", "192.168.2.1"},
+    {"gateway_bytes_lowest_first", Route("eth0", "00000000", "FF02A8C0"), "eth0", "192.168.2.255"},
     {"zero_gateway_counts_as_found", table, "eth3", "0.0.0.0"},
     {"name_compared_whole", table, longName, "192.168.0.1"},
     {"fifteen_characters_name_another_entry", table, "ipstatus-abcdef", "192.168.0.2"},
@@ -184,14 +184,6 @@ TEST(IpStatusDescriptors, ASocketThatCannotBeOpenedIsAFailure)
     EXPECT_TRUE(capture.Contains(3,
                                  "IpStatusSocketAccess::GetSettingFromSocket(): error during socket() for "
                                  "interfaceName lo"));
-}
-
-TEST(IpStatusFormatIpParameter, LowestByteIsTheFirstOctet)
-{
-    const IpStatusSocketAccess access;
-    EXPECT_EQ(fmt::format("{} {} {}", access.FormatIpParameter(0xFFFFFFFFu), access.FormatIpParameter(0x80000000u),
-                          access.FormatIpParameter(0x0A0B0C0Du)),
-              "255.255.255.255 0.0.0.128 13.12.11.10");
 }
 
 } // namespace
