@@ -49,29 +49,9 @@ void LogDigest::Write(int level, std::string_view channel, std::string_view text
         return;
     }
     auto [entry, isNew] = seen.try_emplace(std::move(key));
-    entry->second.inRound = true;
     if (++entry->second.count == 1U) {
         entry->second.order = written;
         Print(entry->first, "");
-    }
-}
-
-void LogDigest::EndRound()
-{
-    const std::lock_guard<std::mutex> guard(lock);
-    for (auto it = seen.begin(); it != seen.end();) {
-        if (!it->second.inRound && it->second.count == 1U) {
-            it = seen.erase(it);
-            continue;
-        }
-        if (!it->second.inRound) {
-            // Gone after repeating: its count is told now, as it ends.
-            Print(it->first, fmt::format(" ({} times)", it->second.count));
-            it = seen.erase(it);
-            continue;
-        }
-        it->second.inRound = false;
-        ++it;
     }
 }
 

@@ -21,19 +21,17 @@ namespace Zel::Tools::Nimhost {
 // message once more with its count. Debug and trace messages (7, 8) are
 // printed every time: at those levels the reader wants the sequence.
 //
-// A long-running command calls EndRound after each pass: a message that did
-// not come again in the pass is forgotten, so it is printed again when it
-// returns (a port's error when it starts and when it changes, not on every
-// poll). Write may be called from any thread.
+// A long-running command keeps one digest for its whole run: `watch` prints
+// a port's error when it first comes and when its text changes, never again
+// on later reads of the port (which do not come at a fixed pace: other ports'
+// notifications and the periodic re-read decide when a port is read). Write
+// may be called from any thread.
 class LogDigest : public Zel::System::Commons::Logging::ILogSink {
 public:
     // Messages above `printLevel` are kept but not printed.
     LogDigest(int printLevel, std::FILE* out);
 
     void Write(int level, std::string_view channel, std::string_view text) override;
-
-    // Messages of a pass that did not come again are forgotten.
-    void EndRound();
 
     // Prints "(N times)" lines for the messages that were repeated.
     void Finish();
@@ -51,7 +49,6 @@ private:
     using Key = std::tuple<int, std::string, std::string>;
     struct Seen {
         unsigned long count = 0;
-        bool inRound = true;
         std::size_t order = 0;
     };
 
