@@ -14,7 +14,6 @@ public:
     explicit TextTable(std::vector<std::string> header = {});
 
     void AddRow(std::vector<std::string> cells);
-    bool Empty() const { return rows.empty(); }
 
     // Every line starts with `indent` and ends with a line feed.
     std::string Render(const std::string& indent = "") const;
