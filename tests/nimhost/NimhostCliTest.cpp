@@ -46,17 +46,6 @@ interfaces = [["1", "L", "lo", "0", "unsupported", "", "Internal"]]
 // error, nothing on standard output; with --json the same failure is a
 // document on standard output. A full message starts with "nimhost: "; other
 // texts are CLI11's, found anywhere in it.
-// The words of a command line, written with '|' between them.
-std::vector<std::string> Words(const std::string& line)
-{
-    std::vector<std::string> words;
-    for (std::size_t start = 0, end = 0; end != std::string::npos; start = end + 1) {
-        end = line.find('|', start);
-        words.push_back(line.substr(start, end - start));
-    }
-    return words;
-}
-
 TEST(NimhostCli, WrongInputGivesItsExitCodeAndMessageAndAJsonFailureDocument)
 {
     ScratchDirectory directory;

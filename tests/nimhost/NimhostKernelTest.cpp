@@ -157,46 +157,33 @@ TEST_F(NimhostReport, JsonReportAgreesWithWhatIpSays)
 }
 
 // eth0 lives at 192.168.1.10/24 via 192.168.1.1. The text report shows the
-// codes in words; a configured prefix is compared with the live netmask, a
-// configured netmask too; a control character differs and is shown escaped;
-// a missing file is said once, its values not set.
+// codes in words (the whole report of the sandbox's file is a golden file);
+// a configured prefix is compared with the live netmask, a configured netmask
+// too; a control character differs and is shown escaped; a missing file is
+// said once, its values not set.
 TEST_F(NimhostReport, TextReportShowsCodesInWordsAndMarksDrift)
 {
-    struct Case {
-        std::string file; // empty: no file
-        json differs; // of device 1
-        std::vector<std::string> lines;
-    };
-    const json none{{"address", nullptr}, {"netmask", nullptr}, {"gateway", nullptr}};
     const std::string eth0 = "iface eth0 inet static\n";
-    for (const Case& c :
-         std::vector<Case>{{interfacesText,
-                            {{"address", false}, {"netmask", false}, {"gateway", true}},
-                            {"Device 2: X2 (eth1), MAC 02:00:00:00:00:02, type Fieldbus (2)",
-                             "  PORT  PUBLIC NAME  MODE     LINK    SPEED        DUPLEX",
-                             "  1     P1           sysFile  up (1)  unknown (0)  full (2)",
-                             "  gateway  192.168.1.1    192.168.1.254 *", "  method                  static (0)",
-                             "  address  10.0.0.10  not set", "* the configured value differs from the live one"}},
-                           {eth0 + "    address 192.168.1.10/16\n",
-                            {{"address", true}, {"netmask", true}, {"gateway", nullptr}},
-                            {"  address  192.168.1.10   192.168.1.10/16 *"}},
-                           {eth0 + "    address 192.168.1.10/24\n",
-                            {{"address", false}, {"netmask", false}, {"gateway", nullptr}},
-                            {"  netmask  255.255.255.0  not set"}},
-                           {eth0 + "    netmask 255.255.0.0\n",
-                            {{"address", nullptr}, {"netmask", true}, {"gateway", nullptr}},
-                            {"  netmask  255.255.255.0  255.255.0.0 *"}},
-                           {eth0 + "    netmask 24\n    gateway 192.168.1.1\r\n",
-                            {{"address", nullptr}, {"netmask", false}, {"gateway", true}},
-                            {"  gateway  192.168.1.1    192.168.1.1\\r ! *",
-                             "! the value holds control characters, shown escaped "
-                             "(\\r, \\t, \\xNN)"}},
-                           {eth0 + "    netmask \n",
-                            none,
-                            {"  netmask  255.255.255.0  error [1]",
-                             "  [1] a line of this "
-                             "interface's block in /etc/network/interfaces has the key but no value"}},
-                           {"", none, {"  address  192.168.1.10   not set", "  method                  not set"}}}) {
+    const struct {
+        std::string file; // empty: no file
+        const char* differs; // of device 1's address, netmask, gateway: false, true or null
+        std::vector<std::string> lines; // none: the golden report
+    } cases[] = {
+        {interfacesText, "fft", {}},
+        {eth0 + "    address 192.168.1.10/16\n", "ttn", {"  address  192.168.1.10   192.168.1.10/16 *"}},
+        {eth0 + "    address 192.168.1.10/24\n", "ffn", {"  netmask  255.255.255.0  not set"}},
+        {eth0 + "    netmask 255.255.0.0\n", "ntn", {"  netmask  255.255.255.0  255.255.0.0 *"}},
+        {eth0 + "    netmask 24\n    gateway 192.168.1.1\r\n",
+         "nft",
+         {"  gateway  192.168.1.1    192.168.1.1\\r ! *",
+          "! the value holds control characters, shown escaped (\\r, \\t, \\xNN)"}},
+        {eth0 + "    netmask \n",
+         "nnn",
+         {"  netmask  255.255.255.0  error [1]",
+          "  [1] a line of this interface's block in /etc/network/interfaces has the key but no value"}},
+        {"", "nnn", {"  address  192.168.1.10   not set", "  method                  not set"}},
+    };
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.file);
         Zel::Test::Run("rm -f " + interfacesFile);
         if (!c.file.empty()) {
@@ -204,10 +191,18 @@ TEST_F(NimhostReport, TextReportShowsCodesInWordsAndMarksDrift)
         }
         const auto text = RunNimhost({"--config", settings, "report"});
         EXPECT_EQ(text.err, c.file.empty() ? "nimhost: /etc/network/interfaces not found: nothing configured\n" : "");
+        if (c.lines.empty()) { // after the plug-in's and the settings' paths
+            EXPECT_EQ(text.out.substr(text.out.find('\n', text.out.find('\n') + 1) + 1),
+                      ReadFile(NIMHOST_GOLDEN "/report.txt"));
+        }
         for (const auto& line : c.lines) {
             EXPECT_NE(("\n" + text.out).find("\n" + line + "\n"), std::string::npos) << line << "\n" << text.out;
         }
-        EXPECT_EQ(Parse(Nimhost({"report", "--json"}))["devices"][0]["differs"], c.differs);
+        json differs;
+        for (const auto& [i, field] : {std::pair{0, "address"}, {1, "netmask"}, {2, "gateway"}}) {
+            differs[field] = c.differs[i] == 'n' ? json() : json(c.differs[i] == 't');
+        }
+        EXPECT_EQ(Parse(Nimhost({"report", "--json"}))["devices"][0]["differs"], differs);
     }
 }
 
@@ -280,44 +275,35 @@ TEST_F(NimhostIpConfig, AFailedSetSaysWhyAndLeavesTheFile)
     const std::string crowded = interfacesText +
         "iface eth2 inet dhcp\n    mtu 1500\n    pre-up true\n    post-up true\n"
         "    hwaddress ether 02:00:00:00:00:03\n";
-    struct Case {
+    const struct {
         std::string file; // content of the interfaces file; empty: no file
         bool readOnly; // /etc/network mounted read-only
-        std::vector<std::string> arguments;
+        std::string arguments;
         std::string err;
+    } cases[] = {
+        {interfacesText, false, "ip|set|3|netmask|255.0.0.0",
+         "nimhost: eth2 netmask: not set -> 255.0.0.0 not written: /etc/network/interfaces has no 'iface eth2 inet' "
+         "block; add one (for example 'iface eth2 inet static') first\n"},
+        {crowded, false, "ip|set|3|gateway|10.0.0.1",
+         "nimhost: eth2 gateway: not set -> 10.0.0.1 not written: no room for 'gateway' in the block of eth2: a value "
+         "goes only into the first four lines after 'iface eth2 inet' (replacing its line, before a later setting, or "
+         "on an empty line); add an empty line or a 'gateway' line there\n"},
+        {interfacesText, true, "ip|set|1|netmask|255.0.0.0",
+         "nimhost: eth0 netmask: 255.255.255.0 -> 255.0.0.0 not written: cannot write /etc/network/interfaces.tmp: "
+         "Read-only file system\n"},
+        {"", false, "ip|set|2|mode|static",
+         "nimhost: eth1 mode: not set -> static not written: /etc/network/interfaces not found: nothing configured; "
+         "create it with an 'iface eth1 inet static' block\n"},
     };
-    for (const Case& c : std::vector<Case>{
-             {interfacesText,
-              false,
-              {"ip", "set", "3", "netmask", "255.0.0.0"},
-              "nimhost: eth2 netmask: not set -> 255.0.0.0 not written: /etc/network/interfaces has no 'iface eth2 "
-              "inet' block; add one (for example 'iface eth2 inet static') first\n"},
-             {crowded,
-              false,
-              {"ip", "set", "3", "gateway", "10.0.0.1"},
-              "nimhost: eth2 gateway: not set -> 10.0.0.1 not written: no room for 'gateway' in the block of eth2: a "
-              "value goes only into the first four lines after 'iface eth2 inet' (replacing its line, before a later "
-              "setting, or on an empty line); add an empty line or a 'gateway' line there\n"},
-             {interfacesText,
-              true,
-              {"ip", "set", "1", "netmask", "255.0.0.0"},
-              "nimhost: eth0 netmask: 255.255.255.0 -> 255.0.0.0 not written: cannot write "
-              "/etc/network/interfaces.tmp: Read-only file system\n"},
-             {"",
-              false,
-              {"ip", "set", "2", "mode", "static"},
-              "nimhost: eth1 mode: not set -> static not written: /etc/network/interfaces not found: nothing "
-              "configured; create it with an 'iface eth1 inet static' block\n"}}) {
-        SCOPED_TRACE(fmt::format("{}", fmt::join(c.arguments, " ")));
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.arguments);
         Zel::Test::Run("rm -f " + interfacesFile);
         if (!c.file.empty()) {
             WriteFile(interfacesFile, c.file);
         }
         ASSERT_EQ(Zel::Test::Run(c.readOnly ? "mount -o remount,ro /etc/network" : "true"), 0);
-        const auto result = Nimhost(c.arguments);
-        auto arguments = c.arguments;
-        arguments.push_back("--json");
-        const auto document = Nimhost(arguments);
+        const auto result = Nimhost(Words(c.arguments));
+        const auto document = Nimhost(Words(c.arguments + "|--json"));
         Zel::Test::Run("mount -o remount,rw /etc/network");
         EXPECT_EQ(std::tie(result.exitCode, result.err, result.out), std::make_tuple(1, c.err, std::string()));
         EXPECT_EQ(ReadIfThere(interfacesFile), c.file);

@@ -24,6 +24,17 @@ inline std::string NimhostCommand(const std::vector<std::string>& arguments)
     return command;
 }
 
+// The words of a command line, written with '|' between them.
+inline std::vector<std::string> Words(const std::string& line)
+{
+    std::vector<std::string> words;
+    for (std::size_t start = 0, end = 0; end != std::string::npos; start = end + 1) {
+        end = line.find('|', start);
+        words.push_back(line.substr(start, end - start));
+    }
+    return words;
+}
+
 struct NimhostResult {
     int exitCode; // 137 when it did not end in time
     std::string out;
