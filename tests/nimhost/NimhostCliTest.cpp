@@ -111,104 +111,83 @@ TEST(NimhostCli, WrongInputGivesItsExitCodeAndMessageAndAJsonFailureDocument)
 // lines after "nimhost: <file>". Unread keys and tables are warned about.
 TEST(NimhostSettingsFile, EveryFaultIsExitTwoNamingFileLineColumnAndKey)
 {
-    const std::string eth = "[\"Zel.Hardware.Nim.Modules.IEthernetInfoModule\"]\n";
-    const std::string fields = "[\"Zel.Hardware.Nim.Modules.IEthernetInfoModule\".fields]\n";
-    const std::string key = ": key '\"Zel.Hardware.Nim.Modules.IEthernetInfoModule\"";
-    const std::string table = key + ".fields.interfaces': line 1 column ";
+    // In the expected lines <file> is the file's path, <key> the start of a
+    // key of the Ethernet module's table, <col> its first line's column.
+    const std::string eth = "['Zel.Hardware.Nim.Modules.IEthernetInfoModule']\n";
+    const std::string fields = "['Zel.Hardware.Nim.Modules.IEthernetInfoModule'.fields]\n";
     const auto line = [&](const std::string& columns) { return eth + fields + "interfaces = [[" + columns + "]]\n"; };
-    struct Case {
+    const std::string number = "is not an unsigned number (decimal, 0x hexadecimal or 0 octal)\n";
+    const struct {
         std::string content;
         std::string expected; // a TOML syntax error: only the position
+    } cases[] = {
+        {eth + "mandatoryInterfaces = 0x2\n",
+         ":2:23<key>.mandatoryInterfaces': a setting must be text in quotes, not integer\n"},
+        {eth + "path.1.1.sysFile = '/sys/class/net/eth0/'\n",
+         ":2:1<key>.path': a setting must be text, not a table (a dotted key needs quotes: \"path.1.1.sysFile\" = ...)\n"},
+        {fields +
+             "interfaces = [\n  ['1', 'X1', 'eth0', '1', 'sysFile', 'P1', 'Ethernet'],\n"
+             "  ['2', 'X2', 'eth1', 1, 'sysFile', 'P2', 'Ethernet'],\n]\n",
+         ":4:23<key>.fields.interfaces': line 2 column 4 must be text in quotes, not integer\n"},
+        {fields + "interfaces = ['1', 'X1']\n",
+         ":2:15<key>.fields.interfaces': line 1 must be an array of texts, not string\n"},
+        {eth + "fields = 'interfaces'\n", ":2:10<key>.fields': must be the table of setting fields, not string\n"},
+        {"mandatoryInterfaces = '1'\n",
+         ":1:23: key 'mandatoryInterfaces': the top level holds only tables named after "
+         "modules, such as [\"Zel.Hardware.Nim.Modules.IEthernetInfoModule\"]\n"},
+        {"['Zel.Hardware.Nim.Modules.IEthernetInfoModul']\nmandatoryInterfaces = '1'\n",
+         ":1:2: key '\"Zel.Hardware.Nim.Modules.IEthernetInfoModul\"': the plug-in registers no module of that name (it "
+         "registers: Zel.Hardware.Nim.Modules.IEthernetInfoModule, Zel.Hardware.Nim.Modules.IIpConfigModule, "
+         "Zel.Hardware.Nim.Modules.IIpStatusModule, Zel.Hardware.Nim.Modules.INetworkComponentRegistrationModule)\n"},
+        {fields + "interfaces = [\n  ['1'],\n", ":3:"},
+        {eth + "mandatoryInterfaces = 'two'\n" + fields + "interfaces = []\n",
+         ":2:23<key>.mandatoryInterfaces': 'two' " + number},
+        {line("'1', 'L', 'lo', '0', 'unsupported', ''"),
+         ":3:15<key>.fields.interfaces': line 1 has 6 columns, a line has 7: device index, public name, interface "
+         "name, port count, port mode, port names, interface type\n"},
+        {line("'2', 'L', 'lo', '0', 'unsupported', '', 'Internal'"),
+         ":3:16<col>1 (device index): is 2 but must be the line number, 1\n"},
+        {line("'1', 'L', 'lo', 'abc', 'unsupported', '', 'Internal'"), ":3:32<col>4 (port count): 'abc' " + number},
+        {line("'1', 'L', 'lo', '-1', 'unsupported', '', 'Internal'"), ":3:32<col>4 (port count): '-1' " + number},
+        {line("'1', 'L', 'lo', '99999999999', 'unsupported', '', 'Internal'"),
+         ":3:32<col>4 (port count): '99999999999' " + number},
+        {line("'01', 'L', 'lo', '0x41', 'unsupported', '', 'Internal'"),
+         ":3:33<col>4 (port count): 65 is more ports than a device has (at most 64)\n"},
+        {line("'1', 'L', 'lo', '0', 'sysfile', '', 'Ether'"),
+         ":3:37<col>5 (port mode): unknown mode 'sysfile': use one of i210Driver, sysFile, switchKSZ8794, "
+         "switchKSZ8794spi, switchKSZ8863gpio, unsupported\nnimhost: <file>:3:52<col>7 (interface type): unknown "
+         "interface type 'Ether': use one of Ethernet, Fieldbus, Service, Internal, Wireless, Unknown\n"},
+        {line("'1', 'L', 'lo', '0x40', 'unsupported', 'a', 'Internal'"),
+         ":3:55<col>6 (port names): 1 names for 64 ports: give one per port, separated by ';', or none\n"},
+        {eth +
+             "'path.1.1.sysFile' = 'sys/class/net/lo/'\n'path.1.2.sysFile' = '/nonexistent/'\n"
+             "'path.1.3.sysFile' = '/sys/class/net/lo'\n" +
+             fields + "interfaces = [['1', 'L', 'lo', '4', 'sysFile', '', 'Internal']]\n",
+         ":2:22<key>.\"path.1.1.sysFile\"': 'sys/class/net/lo/' is not an absolute path\n"
+         "nimhost: <file>:3:22<key>.\"path.1.2.sysFile\"': '/nonexistent/': No such file or directory\n"
+         "nimhost: <file>:4:22<key>.\"path.1.3.sysFile\"': '/sys/class/net/lo' must end in '/' (the directory of the "
+         "interface)\nnimhost: <file>:6:15<key>.\"path.1.4.sysFile\"': missing: the port mode of this line reads it\n"},
+        {eth + "typo = '1'\n" + fields + "interface = [['1', 'L', 'lo', '0', 'unsupported', '', 'Internal']]\n",
+         ":3:1<key>.fields.interfaces': missing: the board's devices are described in this table\nnimhost: warning: "
+         "<file>:4:13<key>.fields.interface': unknown table, not read (the devices are in 'interfaces')\n"
+         "nimhost: warning: <file>:2:8<key>.\"typo\"': unknown key, not read\n"},
     };
     ScratchDirectory directory;
-    for (const Case& c : std::vector<Case>{
-             {eth + "mandatoryInterfaces = 0x2\n",
-              ":2:23" + key + ".mandatoryInterfaces': a setting must be text in quotes, not integer\n"},
-             {eth + "path.1.1.sysFile = \"/sys/class/net/eth0/\"\n",
-              ":2:1" + key +
-                  ".path': a setting must be text, not a table (a dotted key needs quotes: "
-                  "\"path.1.1.sysFile\" = ...)\n"},
-             {fields +
-                  "interfaces = [\n  [\"1\", \"X1\", \"eth0\", \"1\", \"sysFile\", \"P1\", \"Ethernet\"],\n"
-                  "  [\"2\", \"X2\", \"eth1\", 1, \"sysFile\", \"P2\", \"Ethernet\"],\n]\n",
-              ":4:23" + key + ".fields.interfaces': line 2 column 4 must be text in quotes, not integer\n"},
-             {fields + "interfaces = [\"1\", \"X1\"]\n",
-              ":2:15" + key + ".fields.interfaces': line 1 must be an array of texts, not string\n"},
-             {eth + "fields = \"interfaces\"\n",
-              ":2:10" + key + ".fields': must be the table of setting fields, not string\n"},
-             {"mandatoryInterfaces = \"1\"\n",
-              ":1:23: key 'mandatoryInterfaces': the top level holds only tables named after modules, such as "
-              "[\"Zel.Hardware.Nim.Modules.IEthernetInfoModule\"]\n"},
-             {"[\"Zel.Hardware.Nim.Modules.IEthernetInfoModul\"]\nmandatoryInterfaces = \"1\"\n",
-              ":1:2: key '\"Zel.Hardware.Nim.Modules.IEthernetInfoModul\"': the plug-in registers no module of that "
-              "name (it registers: Zel.Hardware.Nim.Modules.IEthernetInfoModule, Zel.Hardware.Nim.Modules."
-              "IIpConfigModule, Zel.Hardware.Nim.Modules.IIpStatusModule, Zel.Hardware.Nim.Modules."
-              "INetworkComponentRegistrationModule)\n"},
-             {fields + "interfaces = [\n  [\"1\"],\n", ":3:"},
-             {eth + "mandatoryInterfaces = \"two\"\n" + fields + "interfaces = []\n",
-              ":2:23" + key +
-                  ".mandatoryInterfaces': 'two' is not an unsigned number (decimal, 0x hexadecimal or 0 "
-                  "octal)\n"},
-             {line(R"("1", "L", "lo", "0", "unsupported", "")"),
-              ":3:15" + key +
-                  ".fields.interfaces': line 1 has 6 columns, a line has 7: device index, public name, "
-                  "interface name, port count, port mode, port names, interface type\n"},
-             {line(R"("2", "L", "lo", "0", "unsupported", "", "Internal")"),
-              ":3:16" + table + "1 (device index): is 2 but must be the line number, 1\n"},
-             {line(R"("1", "L", "lo", "abc", "unsupported", "", "Internal")"),
-              ":3:32" + table +
-                  "4 (port count): 'abc' is not an unsigned number (decimal, 0x hexadecimal or 0 octal)\n"},
-             {line(R"("1", "L", "lo", "-1", "unsupported", "", "Internal")"),
-              ":3:32" + table +
-                  "4 (port count): '-1' is not an unsigned number (decimal, 0x hexadecimal or 0 octal)\n"},
-             {line(R"("1", "L", "lo", "99999999999", "unsupported", "", "Internal")"),
-              ":3:32" + table +
-                  "4 (port count): '99999999999' is not an unsigned number (decimal, 0x hexadecimal "
-                  "or 0 octal)\n"},
-             {line(R"("01", "L", "lo", "0x41", "unsupported", "", "Internal")"),
-              ":3:33" + table + "4 (port count): 65 is more ports than a device has (at most 64)\n"},
-             {line(R"("1", "L", "lo", "0", "sysfile", "", "Ether")"),
-              ":3:37" + table +
-                  "5 (port mode): unknown mode 'sysfile': use one of i210Driver, sysFile, "
-                  "switchKSZ8794, switchKSZ8794spi, switchKSZ8863gpio, unsupported\n"
-                  "nimhost: <file>:3:52" +
-                  table +
-                  "7 (interface type): unknown interface type 'Ether': "
-                  "use one of Ethernet, Fieldbus, Service, Internal, Wireless, Unknown\n"},
-             {line(R"("1", "L", "lo", "0x40", "unsupported", "a", "Internal")"),
-              ":3:55" + table + "6 (port names): 1 names for 64 ports: give one per port, separated by ';', or none\n"},
-             {eth +
-                  "\"path.1.1.sysFile\" = \"sys/class/net/lo/\"\n\"path.1.2.sysFile\" = \"/nonexistent/\"\n"
-                  "\"path.1.3.sysFile\" = \"/sys/class/net/lo\"\n" +
-                  fields + "interfaces = [[\"1\", \"L\", \"lo\", \"4\", \"sysFile\", \"\", \"Internal\"]]\n",
-              ":2:22" + key +
-                  ".\"path.1.1.sysFile\"': 'sys/class/net/lo/' is not an absolute path\n"
-                  "nimhost: <file>:3:22" +
-                  key +
-                  ".\"path.1.2.sysFile\"': '/nonexistent/': No such file or directory\n"
-                  "nimhost: <file>:4:22" +
-                  key +
-                  ".\"path.1.3.sysFile\"': '/sys/class/net/lo' must end in '/' (the "
-                  "directory of the interface)\n"
-                  "nimhost: <file>:6:15" +
-                  key + ".\"path.1.4.sysFile\"': missing: the port mode of this line reads it\n"},
-             {eth + "typo = \"1\"\n" + fields +
-                  "interface = [[\"1\", \"L\", \"lo\", \"0\", \"unsupported\", \"\", \"Internal\"]]\n",
-              ":3:1" + key +
-                  ".fields.interfaces': missing: the board's devices are described in this table\n"
-                  "nimhost: warning: <file>:4:13" +
-                  key +
-                  ".fields.interface': unknown table, not read (the devices are "
-                  "in 'interfaces')\n"
-                  "nimhost: warning: <file>:2:8" +
-                  key + ".\"typo\"': unknown key, not read\n"}}) {
+    const std::string path = directory.Path("board.toml");
+    const std::string key = ": key '\"Zel.Hardware.Nim.Modules.IEthernetInfoModule\"";
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.content);
-        const std::string path = directory.Write("board.toml", c.content);
+        directory.Write("board.toml", c.content);
         const auto result = RunNimhost({"--config", path, "report"});
         EXPECT_EQ(result.exitCode, 2);
-        std::string expected = "nimhost: " + path + c.expected;
-        for (std::size_t at = 0; (at = expected.find("<file>", at)) != std::string::npos;) {
-            expected.replace(at, 6, path);
+        std::string expected = "nimhost: <file>" + c.expected;
+        for (const auto& [placeholder, text] :
+             {std::pair<std::string, std::string>{"<col>", "<key>.fields.interfaces': line 1 column "},
+              {"<key>", key},
+              {"<file>", path}}) {
+            for (std::size_t at = 0; (at = expected.find(placeholder, at)) != std::string::npos;) {
+                expected.replace(at, placeholder.size(), text);
+            }
         }
         EXPECT_TRUE(c.expected.back() == '\n' ? result.err == expected : result.err.rfind(expected, 0) == 0U)
             << result.err << "\nexpected:\n"
