@@ -12,6 +12,7 @@
 #include <Zel/System/Commons/Diagnostics/RuntimeTypeInfo.hpp>
 #include <Zel/System/Commons/Exception.hpp>
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <stdexcept>
@@ -50,17 +51,18 @@ public:
 
 class EthernetInfoSetup : public ::testing::Test {
 protected:
-    // Set-up of a fresh module with the "interfaces" lines (index, public name,
-    // interface, port count, mode, port names, type): "" or the exception.
-    std::string Setup(const std::vector<Line>& lines, const char* mandatory = nullptr, bool table = true)
+    // Set-up of a fresh module with the "interfaces" lines ("index|public
+    // name|interface|port count|mode|port names|type"): "" or the exception.
+    std::string Setup(const std::vector<std::string>& lines, const char* mandatory = nullptr, bool table = true)
     {
         ModuleSettings settings;
         if (mandatory != nullptr) {
             settings.AddSetting("mandatoryInterfaces", mandatory);
         }
         Zel::Hardware::Commons::Modules::SettingField field("interfaces");
-        for (const Line& line : lines) {
-            field.AddLine(line);
+        for (const std::string& line : lines) {
+            const auto words = Zel::Test::Words(line);
+            field.AddLine(Line(words.begin(), words.end()));
         }
         if (table) {
             settings.AddSettingField("interfaces", field);
@@ -101,9 +103,8 @@ protected:
 
 TEST_F(EthernetInfoSetup, EachLineBecomesADeviceAndASecondSetUpAppends)
 {
-    ASSERT_EQ(Setup({{"1", "X1", "eth0", "2", "unsupported", "P1; P2", "Ethernet"},
-                     {"0x2", "X2", "eth1", "1", "i210Driver", "", "Fieldbus"},
-                     {"3", "X3", "eth2", "0", "unsupported", "", "Service"}}),
+    ASSERT_EQ(Setup({"1|X1|eth0|2|unsupported|P1; P2|Ethernet", "0x2|X2|eth1|1|i210Driver||Fieldbus",
+                     "3|X3|eth2|0|unsupported||Service"}),
               "");
     EXPECT_EQ(Devices(),
               "X1, eth0, 02:0A:B1:C2:FE:30, 1, [P1|P2]\nX2, eth1, 02:0A:B1:C2:FE:31, 2, []\n"
@@ -154,10 +155,10 @@ TEST_F(EthernetInfoSetup, NumbersTakeBasePrefixesAndSaturateAt32Bits)
         {"--1", wrong + "0 found, expected 1"},
     };
     for (const auto& [index, outcome] : cases) {
-        EXPECT_EQ(Setup({{index, "X1", "eth0", "0", "unsupported", "", "Ethernet"}}), outcome) << index;
+        EXPECT_EQ(Setup({index + std::string("|X1|eth0|0|unsupported||Ethernet")}), outcome) << index;
     }
     for (const auto& [count, ports] : {std::pair{"010", 8U}, {"0x2", 2U}}) {
-        Setup({{"1", "X1", "eth0", count, "unsupported", "", "Ethernet"}}, "0x10");
+        Setup({"1|X1|eth0|" + std::string(count) + "|unsupported||Ethernet"}, "0x10");
         EXPECT_EQ(module->GetPortCount(1), ports) << count;
     }
     EXPECT_TRUE(capture.Contains(7, "Mandatory interfaces: 16"));
@@ -167,9 +168,8 @@ TEST_F(EthernetInfoSetup, NumbersTakeBasePrefixesAndSaturateAt32Bits)
 // line 2 makes that an error. Line 3 is never examined (its mode is bad).
 TEST_F(EthernetInfoSetup, AMissingInterfaceEndsTheTableAndFailsOnlyWhenMandatory)
 {
-    const std::vector<Line> lines = {{"1", "X1", "eth0", "0", "unsupported", "", "Ethernet"},
-                                     {"2", "X2", "eth3", "0", "unsupported", "", "Ethernet"},
-                                     {"3", "X3", "eth1", "1", "Bogus", "", "Bogus"}};
+    const std::vector<std::string> lines = {"1|X1|eth0|0|unsupported||Ethernet", "2|X2|eth3|0|unsupported||Ethernet",
+                                            "3|X3|eth1|1|Bogus||Bogus"};
     const std::string missing = "InvalidOperationException: Could not find interface ";
     for (const auto& [mandatory, outcome] : {std::pair<const char*, std::string>{nullptr, ""},
                                              {"1", ""},
@@ -181,7 +181,7 @@ TEST_F(EthernetInfoSetup, AMissingInterfaceEndsTheTableAndFailsOnlyWhenMandatory
     }
     // Names are compared whole and exactly.
     for (const char* name : {"eth", "eth00", "ETH0"}) {
-        EXPECT_EQ(Setup({{"1", "X1", name, "0", "unsupported", "", "Ethernet"}}, "1"), missing + name);
+        EXPECT_EQ(Setup({"1|X1|" + std::string(name) + "|0|unsupported||Ethernet"}, "1"), missing + name);
     }
     // A table that runs to its end, or no table, is never held against the count.
     EXPECT_EQ(Setup({lines[0]}, "9"), "");
@@ -199,7 +199,7 @@ TEST_F(EthernetInfoSetup, PortNamesAreSplitAtSemicolonsAndTrimmed)
                                               {"", "2", "[|]"},
                                               {"", "0", "[]"},
                                               {"a", "2", "no"}}) {
-        const std::string outcome = Setup({{"1", "X1", "eth0", count, "unsupported", names, "Ethernet"}});
+        const std::string outcome = Setup({fmt::format("1|X1|eth0|{}|unsupported|{}|Ethernet", count, names)});
         EXPECT_EQ(outcome.empty() ? Devices() : outcome,
                   std::string(ports) == "no"
                       ? "InvalidConfigException: Number of port names 1 does not match port count! 2"
@@ -212,30 +212,22 @@ TEST_F(EthernetInfoSetup, PortNamesAreSplitAtSemicolonsAndTrimmed)
 // failing line leaves no entry, while the lines before it stay.
 TEST_F(EthernetInfoSetup, ChecksOfALineRunInOrderAndAFailingLineLeavesNoEntry)
 {
-    const struct {
-        Line line;
-        const char* outcome;
-    } cases[] = {
-        {{"3", "X2", "eth3", "0", "Bogus", "", "Bogus"},
-         "InvalidConfigException: Wrong interface index 3 found, expected 2"},
-        {{"2", "X2", "eth2", "2", "Bogus", "X1", "Bogus"},
-         "InvalidOperationException: Could not read mac info from 'eth2': errno 19"},
-        {{"2", "X2", "eth1", "2", "Bogus", "X1", "Bogus"},
-         "InvalidConfigException: Number of port names 1 does not match port count! 2"},
-        {{"2", "X2", "eth1", "1", "SysFile", "", "Bogus"},
-         "ArgumentException: Invalid argument 'mode' = 'SysFile': Unknown mode"},
-        {{"2", "X2", "eth1", "1", "unsupported ", "", "Bogus"},
+    const std::pair<const char*, const char*> cases[] = {
+        {"3|X2|eth3|0|Bogus||Bogus", "InvalidConfigException: Wrong interface index 3 found, expected 2"},
+        {"2|X2|eth2|2|Bogus|X1|Bogus", "InvalidOperationException: Could not read mac info from 'eth2': errno 19"},
+        {"2|X2|eth1|2|Bogus|X1|Bogus", "InvalidConfigException: Number of port names 1 does not match port count! 2"},
+        {"2|X2|eth1|1|SysFile||Bogus", "ArgumentException: Invalid argument 'mode' = 'SysFile': Unknown mode"},
+        {"2|X2|eth1|1|unsupported ||Bogus",
          "ArgumentException: Invalid argument 'mode' = 'unsupported ': Unknown mode"},
-        {{"2", "X2", "eth1", "1", "sysFile", "", "Bogus"},
-         "InvalidConfigException: Setting 'path.2.1.sysFile' is not configured"},
-        {{"2", "X2", "eth1", "1", "unsupported", "", "ethernet"},
+        {"2|X2|eth1|1|sysFile||Bogus", "InvalidConfigException: Setting 'path.2.1.sysFile' is not configured"},
+        {"2|X2|eth1|1|unsupported||ethernet",
          "ArgumentException: Invalid argument 'NetworkInterfaceType' = 'ethernet': Unknown network interface type"},
-        {{"2", "X2", "eth1", "1", "unsupported", "", "1"},
+        {"2|X2|eth1|1|unsupported||1",
          "ArgumentException: Invalid argument 'NetworkInterfaceType' = '1': Unknown network interface type"},
     };
     failMac = true;
-    for (const auto& c : cases) {
-        EXPECT_EQ(Setup({{"1", "X1", "eth0", "0", "unsupported", "", "Ethernet"}, c.line}), c.outcome);
+    for (const auto& [line, outcome] : cases) {
+        EXPECT_EQ(Setup({"1|X1|eth0|0|unsupported||Ethernet", line}), outcome);
         EXPECT_EQ(module->GetDeviceCount(), 1U);
     }
 }
@@ -243,9 +235,7 @@ TEST_F(EthernetInfoSetup, ChecksOfALineRunInOrderAndAFailingLineLeavesNoEntry)
 // Device 1 has one port, device 2 none; 0 and 3 are no devices.
 TEST_F(EthernetInfoSetup, BadDeviceAndPortNumbersThrowTheVectorsOutOfRange)
 {
-    ASSERT_EQ(Setup({{"1", "X1", "eth0", "1", "unsupported", "", "Ethernet"},
-                     {"2", "X2", "eth1", "0", "unsupported", "", "Ethernet"}}),
-              "");
+    ASSERT_EQ(Setup({"1|X1|eth0|1|unsupported||Ethernet", "2|X2|eth1|0|unsupported||Ethernet"}), "");
     const EthernetInfoModule& m = *module;
     for (unsigned int device : {0U, 3U}) {
         EXPECT_THROW(m.GetMacAddress(device), std::out_of_range);

@@ -2,6 +2,7 @@
 // cross emulator in the armhf build), with its output in scratch files.
 #pragma once
 
+#include "Checks.hpp"
 #include "Sandbox.hpp"
 #include "ScratchDirectory.hpp"
 
@@ -22,17 +23,6 @@ inline std::string NimhostCommand(const std::vector<std::string>& arguments)
         command += "'";
     }
     return command;
-}
-
-// The words of a command line, written with '|' between them.
-inline std::vector<std::string> Words(const std::string& line)
-{
-    std::vector<std::string> words;
-    for (std::size_t start = 0, end = 0; end != std::string::npos; start = end + 1) {
-        end = line.find('|', start);
-        words.push_back(line.substr(start, end - start));
-    }
-    return words;
 }
 
 struct NimhostResult {
