@@ -1,0 +1,104 @@
+// Case files: the inputs and expected outputs of a table of cases written as
+// the files and texts they are, so that an interfaces file, a settings file
+// or a message reads as it stands on the board.
+//
+//   # comment lines before the first case
+//   === <case name>
+//   <the case's unnamed section: lines up to the first "--- ">
+//   --- <section name>
+//   <lines; each keeps its line break>
+//   --- <section name> (escaped)
+//   <text with \n, \r, \t, \\ and \xNN; the section's last line break dropped>
+//
+// A line starting with "=== " or "--- " cannot be content; write it escaped.
+#pragma once
+
+#include "ScratchDirectory.hpp"
+
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace Zel::Test {
+
+struct Case {
+    std::string name;
+    std::map<std::string, std::string> sections;
+
+    bool Has(const std::string& section) const { return sections.count(section) != 0; }
+    // The section's text; a missing section is a fault of the case file.
+    const std::string& operator[](const std::string& section) const
+    {
+        const auto found = sections.find(section);
+        if (found == sections.end()) {
+            throw std::runtime_error("case '" + name + "' has no section '" + section + "'");
+        }
+        return found->second;
+    }
+};
+
+inline std::string Unescape(const std::string& text)
+{
+    std::string out;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '\\' || i + 1 == text.size()) {
+            out += text[i];
+            continue;
+        }
+        const char next = text[++i];
+        if (next == 'x' && i + 2 < text.size()) {
+            out += static_cast<char>(std::stoi(text.substr(i + 1, 2), nullptr, 16));
+            i += 2;
+        } else {
+            out += next == 'n' ? '\n' : next == 'r' ? '\r' : next == 't' ? '\t' : next;
+        }
+    }
+    return out;
+}
+
+inline std::vector<Case> ReadCases(const std::string& path)
+{
+    const std::string escaped = " (escaped)";
+    std::vector<Case> cases;
+    std::string section;
+    const std::string text = ReadFile(path);
+    const auto finish = [&] {
+        std::string& body = cases.back().sections[section];
+        if (section.size() > escaped.size() &&
+            section.compare(section.size() - escaped.size(), escaped.size(), escaped) == 0) {
+            cases.back().sections[section.substr(0, section.size() - escaped.size())] =
+                Unescape(body.empty() ? body : body.substr(0, body.size() - 1));
+            cases.back().sections.erase(section);
+        }
+    };
+    for (std::size_t begin = 0, end = 0; begin < text.size(); begin = end + 1) {
+        end = text.find('\n', begin);
+        end = end == std::string::npos ? text.size() : end;
+        const std::string line = text.substr(begin, end - begin);
+        const std::string marker = line.substr(0, 4);
+        if (marker == "=== " || (marker == "--- " && !cases.empty())) {
+            if (!cases.empty()) {
+                finish();
+            }
+            if (marker == "=== ") {
+                cases.push_back({line.substr(4), {}});
+                section.clear();
+            } else {
+                section = line.substr(4);
+            }
+            cases.back().sections[section];
+        } else if (!cases.empty()) {
+            cases.back().sections[section] += line + "\n";
+        }
+    }
+    if (!cases.empty()) {
+        finish();
+    }
+    if (cases.empty()) {
+        throw std::runtime_error("no cases in " + path);
+    }
+    return cases;
+}
+
+} // namespace Zel::Test
