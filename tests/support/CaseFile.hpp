@@ -16,6 +16,7 @@
 #include "ScratchDirectory.hpp"
 
 #include <map>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -61,40 +62,31 @@ inline std::vector<Case> ReadCases(const std::string& path)
 {
     const std::string escaped = " (escaped)";
     std::vector<Case> cases;
-    std::string section;
-    const std::string text = ReadFile(path);
-    const auto finish = [&] {
-        std::string& body = cases.back().sections[section];
-        if (section.size() > escaped.size() &&
-            section.compare(section.size() - escaped.size(), escaped.size(), escaped) == 0) {
-            cases.back().sections[section.substr(0, section.size() - escaped.size())] =
-                Unescape(body.empty() ? body : body.substr(0, body.size() - 1));
-            cases.back().sections.erase(section);
+    std::string* section = nullptr;
+    std::string* unescaped = nullptr; // the open section, when it is to be unescaped at its end
+    const auto close = [&] {
+        if (unescaped != nullptr) {
+            *unescaped = Unescape(unescaped->substr(0, unescaped->empty() ? 0 : unescaped->size() - 1));
         }
     };
-    for (std::size_t begin = 0, end = 0; begin < text.size(); begin = end + 1) {
-        end = text.find('\n', begin);
-        end = end == std::string::npos ? text.size() : end;
-        const std::string line = text.substr(begin, end - begin);
+    std::istringstream text(ReadFile(path));
+    for (std::string line; std::getline(text, line);) {
         const std::string marker = line.substr(0, 4);
         if (marker == "=== " || (marker == "--- " && !cases.empty())) {
-            if (!cases.empty()) {
-                finish();
-            }
+            close();
             if (marker == "=== ") {
                 cases.push_back({line.substr(4), {}});
-                section.clear();
-            } else {
-                section = line.substr(4);
+                line = "--- ";
             }
-            cases.back().sections[section];
-        } else if (!cases.empty()) {
-            cases.back().sections[section] += line + "\n";
+            std::string name = line.substr(4);
+            const bool escape = name.size() > escaped.size() && name.substr(name.size() - escaped.size()) == escaped;
+            section = &cases.back().sections[escape ? name.substr(0, name.size() - escaped.size()) : name];
+            unescaped = escape ? section : nullptr;
+        } else if (section != nullptr) {
+            *section += line + "\n";
         }
     }
-    if (!cases.empty()) {
-        finish();
-    }
+    close();
     if (cases.empty()) {
         throw std::runtime_error("no cases in " + path);
     }
