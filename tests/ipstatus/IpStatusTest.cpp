@@ -6,9 +6,10 @@
 #include "Modules/Commons/Linux/IpStatusSocketAccess.hpp"
 #include "Modules/Nim/Linux/IpStatusModule.hpp"
 
-#include "../ipconfig/TestFiles.hpp"
 #include "CaseFile.hpp"
+#include "Checks.hpp"
 #include "MemoryLogSink.hpp"
+#include "ScratchDirectory.hpp"
 #include "StandInEthernetInfo.hpp"
 
 #include <Zel/Hardware/Commons/Modules/HardwareModuleProvider.hpp>
@@ -20,7 +21,6 @@
 #include <fmt/format.h>
 
 #include <cstdint>
-#include <filesystem>
 #include <sstream>
 #include <stdexcept>
 
@@ -35,7 +35,6 @@ using Zel::Hardware::Modules::Nim::Linux::IpStatusModule;
 using Zel::System::Commons::BasicString;
 using Zel::System::Commons::InvalidOperationException;
 using Zel::Test::StandInEthernetInfo;
-using Zel::Test::IpConfig::MessageOf;
 
 const std::string gatewayTrace = "IpStatusSocketAccess::GetCurrentDefaultGateway(): ";
 const std::string missingTable = "/tmp/ipstatus-no-such-dir/route";
@@ -116,20 +115,16 @@ TEST(IpStatusDeviceCheck, NumbersOutsideOneToCountAreRejected)
 // opened at all.
 TEST(IpStatusDescriptors, NoQueryLeavesADescriptorOpenAndNoFreeOneIsAFailure)
 {
-    const auto openCount = [] {
-        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
-                             std::filesystem::directory_iterator());
-    };
     const IpStatusSocketAccess access;
     BasicString result("unchanged");
     const Zel::Test::ScratchDirectory scratch("ipstatus-route");
     const IpStatusSocketAccess fromFile{BasicString(scratch.Write("route", "eth0\t00000000\t0100000A\n"))};
-    const auto before = openCount();
+    const auto before = Zel::Test::OpenDescriptorCount();
     EXPECT_EQ(fromFile.GetCurrentDefaultGateway(1, 1, "eth0", result), 0);
     EXPECT_EQ(access.GetCurrentDefaultGateway(1, 1, "lo", result), 0);
     EXPECT_EQ(access.GetCurrentIpAdress(1, 1, "lo", result), 0);
     EXPECT_EQ(access.GetCurrentSubnetMask(1, 1, "zel-absent0", result), 1);
-    EXPECT_EQ(openCount(), before);
+    EXPECT_EQ(Zel::Test::OpenDescriptorCount(), before);
 
     rlimit limit{};
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
@@ -152,8 +147,8 @@ TEST(IpStatusModuleSetup, NeedsAnEthernetInfoModule)
     Zel::Test::LogCapture capture(8);
     IpStatusModule module;
     HardwareModuleProvider provider;
-    EXPECT_EQ(MessageOf<InvalidOperationException>([&] { module.SetupSettings(ModuleSettings(), provider); }),
-              "IpStatusModule::SetupSettings(): ethInfoModule is NULL!");
+    Zel::Test::ExpectThrow<InvalidOperationException>([&] { module.SetupSettings(ModuleSettings(), provider); },
+                                                      "IpStatusModule::SetupSettings(): ethInfoModule is NULL!");
     EXPECT_TRUE(capture.Contains(7, "IpStatusModule::SetupSettings()"));
     module.Dispose();
     EXPECT_TRUE(module.IsEnabled());
@@ -189,8 +184,9 @@ TEST(IpStatusModuleQueries, StatusOneBecomesInvalidOperationNamingTheQuery)
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         Zel::Test::LogCapture capture(8);
-        EXPECT_EQ(MessageOf<InvalidOperationException>([&] { (module.*c.query)(2); }),
-                  fmt::format("IpStatusModule::{}(): {}() returned 1", c.name, c.failure));
+        Zel::Test::ExpectThrow<InvalidOperationException>([&] { (module.*c.query)(2); },
+                                                          fmt::format("IpStatusModule::{}(): {}() returned 1", c.name,
+                                                                      c.failure));
         EXPECT_TRUE(
             capture.Contains(3, fmt::format("IpStatusSocketAccess::{}(): Invalid device number 2", c.deviceMessage)));
         // The trace line before the query, none with a result after it.
