@@ -3,6 +3,8 @@
 // modes are ifupdown method words (the interfaces file is written with them),
 // and a value without a name fails the stream instead of writing something
 // unreadable.
+#include "CaseFile.hpp"
+
 #include <Zel/Hardware/Nim/NimTypes.hpp>
 #include <Zel/System/Commons/Diagnostics/RuntimeTypeInfo.hpp>
 #include <Zel/System/Commons/Exception.hpp>
@@ -98,48 +100,47 @@ std::string Write(E value, bool& failed)
 }
 
 template <typename E>
-void ExpectTextForms(const std::initializer_list<std::pair<E, const char*>>& table)
+void ExpectTextForms(const Zel::Test::Case& c)
 {
-    for (const auto& [value, text] : table) {
+    std::istringstream unnamed(c["unnamed"]);
+    int absent = 0;
+    for (int number; unnamed >> number;) {
+        absent = number;
+        bool failed = false;
+        EXPECT_EQ(Write(static_cast<E>(number), failed), "") << number;
+        EXPECT_TRUE(failed) << number;
+    }
+    std::istringstream names(c["names"]);
+    for (std::string number, text; names >> number >> text;) {
         SCOPED_TRACE(text);
+        const auto value = static_cast<E>(std::stoi(number));
         bool failed = true;
         EXPECT_EQ(Write(value, failed), text);
         EXPECT_FALSE(failed);
-        std::istringstream in(std::string(" ") + text + " rest");
-        E read{};
+        std::istringstream in(" " + text + " rest");
+        auto read = static_cast<E>(absent);
         in >> read;
         EXPECT_FALSE(in.fail());
         EXPECT_EQ(read, value);
     }
 }
 
-TEST(NimTypes, AssignModesAreIfupdownMethodWordsAndInterfaceTypesTheirNames)
+TEST(NimTypes, NamedValuesAreWrittenAndReadAsTheirWordsAndUnnamedOnesFailTheStream)
 {
-    ExpectTextForms<IpAssignMode>({{IpAssignMode::Static, "static"},
-                                   {IpAssignMode::Dhcp, "dhcp"},
-                                   {IpAssignMode::Manual, "manual"},
-                                   {IpAssignMode::Loopback, "loopback"},
-                                   {IpAssignMode::Ppp, "ppp"},
-                                   {IpAssignMode::Bootp, "bootp"}});
-    EXPECT_EQ(static_cast<int>(IpAssignMode::Static), 0);
-    ExpectTextForms<NetworkInterfaceType>({{NetworkInterfaceType::Unknown, "Unknown"},
-                                           {NetworkInterfaceType::Ethernet, "Ethernet"},
-                                           {NetworkInterfaceType::Fieldbus, "Fieldbus"},
-                                           {NetworkInterfaceType::Service, "Service"},
-                                           {NetworkInterfaceType::Internal, "Internal"},
-                                           {NetworkInterfaceType::Wireless, "Wireless"}});
-}
-
-TEST(NimTypes, AValueWithoutANameOrAnUnknownWordFailsTheStream)
-{
-    bool failed[5] = {};
-    EXPECT_EQ(Write(static_cast<IpAssignMode>(6), failed[0]) + Write(static_cast<IpAssignMode>(255), failed[1]) +
-                  Write(static_cast<NetworkInterfaceType>(6), failed[2]) +
-                  Write(static_cast<AccessErrorCode>(3), failed[3]) + "|" +
-                  // Link codes are numbers at heart; an unnamed one is written as such.
-                  Write(static_cast<LinkState>(7), failed[4]),
-              "|7");
-    EXPECT_THAT(failed, ::testing::ElementsAre(true, true, true, true, false));
+    for (const auto& c : Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/nimtypes.cases")) {
+        SCOPED_TRACE(c.name);
+        if (c.name == "IpAssignMode") {
+            ExpectTextForms<IpAssignMode>(c);
+        } else if (c.name == "NetworkInterfaceType") {
+            ExpectTextForms<NetworkInterfaceType>(c);
+        } else {
+            ExpectTextForms<AccessErrorCode>(c);
+        }
+    }
+    // Link codes are numbers at heart; an unnamed one is written as such.
+    bool failed = true;
+    EXPECT_EQ(Write(static_cast<LinkState>(7), failed), "7");
+    EXPECT_FALSE(failed);
 
     for (const char* word : {"DHCP", "Static", "dhcp4", "1", ""}) {
         SCOPED_TRACE(word);

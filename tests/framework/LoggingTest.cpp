@@ -25,37 +25,30 @@ class Levels {};
 class Formatting {};
 class Preset {};
 
-// Counts how often fmt asks it to format itself.
-struct Counted {
+// Counts how often fmt asks it to format itself; formatting it fails with a
+// standard exception (Fails::Standard) or with something else (Fails::Other).
+enum class Fails { No, Standard, Other };
+struct Subject {
     int value;
+    Fails fails = Fails::No;
 };
-std::atomic<int> countedFormats{0};
-
-// Makes formatting fail with a standard exception or with something else.
-struct Failing {
-    bool standard;
-};
+std::atomic<int> formats{0};
 
 } // namespace Zel::Test::LoggingSubjects
 
 template <>
-struct fmt::formatter<Zel::Test::LoggingSubjects::Counted> : fmt::formatter<int> {
-    auto format(const Zel::Test::LoggingSubjects::Counted& counted, fmt::format_context& ctx) const
+struct fmt::formatter<Zel::Test::LoggingSubjects::Subject> : fmt::formatter<int> {
+    auto format(const Zel::Test::LoggingSubjects::Subject& subject, fmt::format_context& ctx) const
     {
-        ++Zel::Test::LoggingSubjects::countedFormats;
-        return fmt::formatter<int>::format(counted.value, ctx);
-    }
-};
-
-template <>
-struct fmt::formatter<Zel::Test::LoggingSubjects::Failing> : fmt::formatter<int> {
-    auto format(const Zel::Test::LoggingSubjects::Failing& failing, fmt::format_context& ctx) const
-    {
-        if (failing.standard) {
+        using Zel::Test::LoggingSubjects::Fails;
+        ++Zel::Test::LoggingSubjects::formats;
+        if (subject.fails == Fails::Standard) {
             throw std::runtime_error("formatter refused");
         }
-        throw 42;
-        return ctx.out();
+        if (subject.fails == Fails::Other) {
+            throw 42;
+        }
+        return fmt::formatter<int>::format(subject.value, ctx);
     }
 };
 
@@ -82,16 +75,16 @@ TEST(LogChannel, ALevelAboveTheAdaptersCurrentOneFormatsNothing)
 {
     const std::string channel = "Zel.Test.LoggingSubjects.Levels";
     LogCapture capture(5);
-    const int before = countedFormats.load();
-    Loggable<Levels>::log(6, "skipped {0}", Counted{1});
-    Loggable<Levels>::log(8, "skipped {0}", Counted{2});
-    EXPECT_EQ(countedFormats.load(), before);
+    const int before = formats.load();
+    Loggable<Levels>::log(6, "skipped {0}", Subject{1});
+    Loggable<Levels>::log(8, "skipped {0}", Subject{2});
+    EXPECT_EQ(formats.load(), before);
 
     const std::string longText(2000, 'x'); // beyond the inline buffer
-    Loggable<Levels>::log(5, "written {0}", Counted{3});
-    Loggable<Levels>::log(3, "{1} before {0}", Counted{4}, "this");
+    Loggable<Levels>::log(5, "written {0}", Subject{3});
+    Loggable<Levels>::log(3, "{1} before {0}", Subject{4}, "this");
     Loggable<Levels>::log(3, "<{0}>", longText);
-    EXPECT_EQ(countedFormats.load(), before + 2);
+    EXPECT_EQ(formats.load(), before + 2);
     EXPECT_THAT(capture.Records(),
                 ElementsAre(Record(5, channel, "written 3"), Record(3, channel, "this before 4"),
                             Record(3, channel, "<" + longText + ">")));
@@ -99,11 +92,11 @@ TEST(LogChannel, ALevelAboveTheAdaptersCurrentOneFormatsNothing)
     // Each channel follows its own adapter's level, also one set before the
     // adapter exists.
     Manager().SetLogLevel(channel, 7);
-    Loggable<Levels>::log(8, "dropped {0}", Counted{5});
-    EXPECT_EQ(countedFormats.load(), before + 2);
+    Loggable<Levels>::log(8, "dropped {0}", Subject{5});
+    EXPECT_EQ(formats.load(), before + 2);
     Manager().SetLogLevel("Zel.Test.LoggingSubjects.Preset", 2);
-    Loggable<Preset>::log(3, "dropped {0}", Counted{6});
-    EXPECT_EQ(countedFormats.load(), before + 2);
+    Loggable<Preset>::log(3, "dropped {0}", Subject{6});
+    EXPECT_EQ(formats.load(), before + 2);
     EXPECT_EQ(capture.Records().size(), 3U);
 }
 
@@ -112,8 +105,8 @@ TEST(LogChannel, AFormattingFailureIsReportedAtLevel3ThenTheFormatStringAtTheCal
     const std::string channel = "Zel.Test.LoggingSubjects.Formatting";
     const std::string prefix = "Exception occurs during format of log message: ";
     LogCapture capture(8);
-    Loggable<Formatting>::log(7, "Value {0} of {1}", Failing{true}, 2);
-    Loggable<Formatting>::log(8, "Value {0}", Failing{false});
+    Loggable<Formatting>::log(7, "Value {0} of {1}", Subject{0, Fails::Standard}, 2);
+    Loggable<Formatting>::log(8, "Value {0}", Subject{0, Fails::Other});
     Loggable<Formatting>::log(5, "Two {0} {1}", 1); // names a missing argument
     EXPECT_THAT(capture.Records(),
                 ElementsAre(Record(3, channel, prefix + "formatter refused"), Record(7, channel, "Value {0} of {1}"),
@@ -123,8 +116,8 @@ TEST(LogChannel, AFormattingFailureIsReportedAtLevel3ThenTheFormatStringAtTheCal
 
     // The failure report keeps to the channel's level like any level-3 line.
     Manager().SetLogLevel(channel, 2);
-    Loggable<Formatting>::log(2, "Low {0}", Failing{true});
-    Loggable<Formatting>::log(1, "Lower {0}", Failing{false});
+    Loggable<Formatting>::log(2, "Low {0}", Subject{0, Fails::Standard});
+    Loggable<Formatting>::log(1, "Lower {0}", Subject{0, Fails::Other});
     const auto records = capture.Records();
     EXPECT_THAT(std::vector<LogRecord>(records.begin() + 6, records.end()),
                 ElementsAre(Record(2, channel, "Low {0}"), Record(1, channel, "Lower {0}")));
@@ -146,8 +139,8 @@ TEST(BasicStringFormat, AFailureGoesToTheHandlerAndYieldsAnEmptyString)
 {
     const auto previous = BasicStringFormatExceptionHandler::SetHandler(
         [](std::string_view format, std::string_view what) { handled.push_back(fmt::format("{}|{}", format, what)); });
-    const BasicString failed = BasicString::Format("a {0} b", Failing{true});
-    const BasicString unknown = BasicString::Format("c {0}", Failing{false});
+    const BasicString failed = BasicString::Format("a {0} b", Subject{0, Fails::Standard});
+    const BasicString unknown = BasicString::Format("c {0}", Subject{0, Fails::Other});
     const BasicString fine = BasicString::Format("{1}-{0}", 1, "x");
     BasicStringFormatExceptionHandler::SetHandler(previous);
 

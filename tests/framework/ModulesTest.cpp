@@ -3,7 +3,8 @@
 // for byte, a table that a failed registration leaves as it was), the typed
 // lookup of the provider that answers null and never throws, and settings
 // whose missing key or cell is a configuration error naming it.
-#include <Zel/Hardware/Commons/Modules/HardwareModuleBase.hpp>
+#include "StandInEthernetInfo.hpp"
+
 #include <Zel/Hardware/Commons/Modules/HardwareModuleProvider.hpp>
 #include <Zel/Hardware/Commons/Modules/ModuleSettings.hpp>
 #include <Zel/Hardware/Commons/Modules/SettingField.hpp>
@@ -29,34 +30,21 @@ using namespace Zel::System::Commons;
 using Zel::System::Commons::Extensibility::ModuleFactory;
 using namespace ::testing;
 
+using Zel::Test::StandInEthernetInfo;
+
 const BasicString ethernetInfoName = "Zel.Hardware.Nim.Modules.IEthernetInfoModule";
 
-// A module of one interface that tells which factory made it.
-class RegistryStandIn : public HardwareModuleBase<INetworkComponentRegistrationModule, RegistryStandIn> {
-public:
-    explicit RegistryStandIn(int tag = 0) : tag(tag) {}
-    void SetupSettings(const ModuleSettings&, const HardwareModuleProvider&) override {}
-    void Dispose() override {}
-    bool IsEnabled() const override { return true; }
-    void RegisterNetworkComponent(const BasicString&, unsigned int) override {}
-    void UnregisterNetworkComponent(const BasicString&) override {}
-    unsigned int GetNetworkInterface(const BasicString&) const override { return 0; }
-    std::vector<BasicString> GetNetworkComponents(unsigned int) const override { return {}; }
-    const int tag;
-};
-
-std::unique_ptr<IHardwareModule> MakeFirst()
+// Modules that tell which factory made them by their device count.
+template <unsigned int Tag>
+std::unique_ptr<IHardwareModule> Make()
 {
-    return std::make_unique<RegistryStandIn>(1);
-}
-std::unique_ptr<IHardwareModule> MakeSecond()
-{
-    return std::make_unique<RegistryStandIn>(2);
+    return std::make_unique<StandInEthernetInfo>(std::vector<BasicString>(Tag, "a"),
+                                                 StandInEthernetInfo::BadNumber::Throws);
 }
 
-int TagOf(const std::unique_ptr<IHardwareModule>& module)
+unsigned int TagOf(const std::unique_ptr<IHardwareModule>& module)
 {
-    return dynamic_cast<const RegistryStandIn&>(*module).tag;
+    return dynamic_cast<const IEthernetInfoModule&>(*module).GetDeviceCount();
 }
 
 using Function = std::unique_ptr<IHardwareModule> (*)();
@@ -71,15 +59,15 @@ TEST(FactoryTable, RefusesInOrderEmptyNameEmptyFunctionDuplicateAndStaysUnchange
         const char* message;
     } refused[] = {
         {"", nullptr, emptyName}, // the name is checked first
-        {"", MakeSecond, emptyName},
+        {"", Make<2>, emptyName},
         {"Third", nullptr, emptyFunction},
         {"A", nullptr, emptyFunction}, // the function before the duplicate
-        {"A", MakeSecond, "Invalid argument 'moduleName' = 'A': Duplicate module name"},
-        {"B", MakeFirst, "Invalid argument 'moduleName' = 'B': Duplicate module name"},
+        {"A", Make<2>, "Invalid argument 'moduleName' = 'A': Duplicate module name"},
+        {"B", Make<1>, "Invalid argument 'moduleName' = 'B': Duplicate module name"},
     };
     ModuleFactory<IHardwareModule> factory;
-    factory.AddFactoryFunction("A", MakeFirst);
-    factory.AddFactoryFunction("B", MakeSecond);
+    factory.AddFactoryFunction("A", Make<1>);
+    factory.AddFactoryFunction("B", Make<2>);
     const auto storage = factory.GetFactoryTable().data();
 
     for (const auto& row : refused) {
@@ -91,7 +79,7 @@ TEST(FactoryTable, RefusesInOrderEmptyNameEmptyFunctionDuplicateAndStaysUnchange
         EXPECT_EQ(TagOf(factory.CreateModule("A")), 1);
         EXPECT_EQ(TagOf(factory.CreateModule("B")), 2);
     }
-    factory.AddFactoryFunction("Third", MakeFirst);
+    factory.AddFactoryFunction("Third", Make<1>);
     EXPECT_THAT(factory.GetModuleNames(), ElementsAre("A", "B", "Third"));
     EXPECT_THAT([&] { (void)factory.CreateModule("a"); },
                 ThrowsMessage<ArgumentException>(StrEq("Invalid argument 'moduleName' = 'a': Unknown module name")));
@@ -108,8 +96,8 @@ TEST(FactoryTable, NamesAreComparedByteForByte)
     for (const auto& [one, other] : distinct) {
         SCOPED_TRACE(::testing::Message() << "'" << one << "' / '" << other << "'");
         ModuleFactory<IHardwareModule> table;
-        table.AddFactoryFunction(one, MakeFirst);
-        EXPECT_NO_THROW(table.AddFactoryFunction(other, MakeSecond));
+        table.AddFactoryFunction(one, Make<1>);
+        EXPECT_NO_THROW(table.AddFactoryFunction(other, Make<2>));
         EXPECT_THAT(table.GetModuleNames(), ElementsAre(one, other));
         EXPECT_EQ(TagOf(table.CreateModule(one)), 1);
         EXPECT_EQ(TagOf(table.CreateModule(other)), 2);
@@ -118,24 +106,25 @@ TEST(FactoryTable, NamesAreComparedByteForByte)
 
 TEST(HardwareModuleProvider, AnswersNullWithoutThrowingForAMissingModuleOrOneOfAnotherType)
 {
-    RegistryStandIn registry;
+    StandInEthernetInfo ethernet({}, StandInEthernetInfo::BadNumber::Throws);
     // The registration name comes from the interface, not the implementation.
-    EXPECT_EQ(registry.GetModuleName(), "Zel.Hardware.Nim.Modules.INetworkComponentRegistrationModule");
-    EXPECT_EQ(registry.GetLibraryFileName(), "");
+    EXPECT_EQ(ethernet.GetModuleName(), ethernetInfoName);
+    EXPECT_EQ(ethernet.GetLibraryFileName(), "");
+    const BasicString registryName = "Zel.Hardware.Nim.Modules.INetworkComponentRegistrationModule";
 
     HardwareModuleProvider missing;
-    missing.AddHardwareModule(registry);
-    IEthernetInfoModule* found = nullptr;
-    EXPECT_NO_THROW(found = missing.GetHardwareModule<IEthernetInfoModule>());
+    missing.AddHardwareModule(ethernet);
+    INetworkComponentRegistrationModule* found = nullptr;
+    EXPECT_NO_THROW(found = missing.GetHardwareModule<INetworkComponentRegistrationModule>());
     EXPECT_EQ(found, nullptr);
-    EXPECT_EQ(missing.GetHardwareModuleByName(ethernetInfoName), nullptr);
-    EXPECT_EQ(missing.GetHardwareModule<INetworkComponentRegistrationModule>(), &registry);
+    EXPECT_EQ(missing.GetHardwareModuleByName(registryName), nullptr);
+    EXPECT_EQ(missing.GetHardwareModule<IEthernetInfoModule>(), &ethernet);
 
     HardwareModuleProvider impostor;
-    impostor.AddHardwareModule(ethernetInfoName, registry);
-    EXPECT_NO_THROW(found = impostor.GetHardwareModule<IEthernetInfoModule>());
+    impostor.AddHardwareModule(registryName, ethernet);
+    EXPECT_NO_THROW(found = impostor.GetHardwareModule<INetworkComponentRegistrationModule>());
     EXPECT_EQ(found, nullptr);
-    EXPECT_EQ(impostor.GetHardwareModuleByName(ethernetInfoName), &registry);
+    EXPECT_EQ(impostor.GetHardwareModuleByName(registryName), &ethernet);
 }
 
 TEST(Settings, KeysAndCellsAreFoundExactlyAndAMissingOneIsAConfigurationErrorNamingIt)

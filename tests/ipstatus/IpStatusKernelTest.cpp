@@ -1,74 +1,72 @@
 // IP status against the real kernel, inside the network sandbox with the
-// interfaces of ipstatus.scenario.
+// interfaces of ipstatus.scenario: the access's queries as the rows of
+// cases/kernel.cases, and the module over them.
 #include "Modules/Commons/Linux/IpStatusSocketAccess.hpp"
-#include "Modules/Nim/Linux/EthernetInfoModule.hpp"
 #include "Modules/Nim/Linux/IpStatusModule.hpp"
 
+#include "CaseFile.hpp"
 #include "MemoryLogSink.hpp"
 #include "Sandbox.hpp"
+#include "StandInEthernetInfo.hpp"
 
 #include <Zel/Hardware/Commons/Modules/HardwareModuleProvider.hpp>
 #include <Zel/Hardware/Commons/Modules/ModuleSettings.hpp>
-#include <Zel/Hardware/Commons/Modules/SettingField.hpp>
 
 #include <gtest/gtest.h>
 
 #include <fmt/format.h>
 
-#include <cerrno>
 #include <cstdint>
-#include <stdexcept>
+#include <map>
 
 namespace {
 
 using Zel::Hardware::Commons::Modules::HardwareModuleProvider;
 using Zel::Hardware::Commons::Modules::ModuleSettings;
-using Zel::Hardware::Commons::Modules::SettingField;
 using Zel::Hardware::Modules::Commons::Linux::IpStatusSocketAccess;
-using Zel::Hardware::Modules::Nim::Linux::EthernetInfoModule;
 using Zel::Hardware::Modules::Nim::Linux::IpStatusModule;
 using Zel::System::Commons::BasicString;
 
 const std::string longName = "ipstatus-abcdef"; // 15 characters
-const std::vector<std::string> devices = {"ips0", "ips1", "ips2", longName};
 
 class KernelIpStatus : public ::testing::Test {
 protected:
     void SetUp() override { ZEL_REQUIRE_SANDBOX(); }
-
-    using Access = IpStatusSocketAccess;
-    using Query = int (Access::*)(std::uint32_t, std::uint32_t, const BasicString&, BasicString&) const;
-
-    // The answer for device 1 of 1: the result on status 0, otherwise the
-    // status and what was left in the result.
-    std::string Ask(Query query, const std::string& interfaceName) const
-    {
-        BasicString result("unchanged");
-        const int status = (access.*query)(1, 1, interfaceName, result);
-        return status == 0 ? std::string(result) : fmt::format("status {}, result {}", status, result);
-    }
-    std::string Address(const std::string& name) const { return Ask(&Access::GetCurrentIpAdress, name); }
-    std::string Netmask(const std::string& name) const { return Ask(&Access::GetCurrentSubnetMask, name); }
-    std::string Gateway(const std::string& name) const { return Ask(&Access::GetCurrentDefaultGateway, name); }
-
-    Access access;
 };
 
-// The module with the real Ethernet information module built from a device
-// table of the scenario's interfaces; "lo" through the access alone.
-TEST_F(KernelIpStatus, AddressNetmaskAndGatewayAreTheKernelsOnes)
+TEST_F(KernelIpStatus, QueriesAnswerAndTraceAsTheCasesSay)
 {
-    SettingField interfaces("interfaces");
-    for (std::size_t device = 1; device <= devices.size(); ++device) {
-        interfaces.AddLine({std::to_string(device), "Device" + std::to_string(device), devices[device - 1], "1",
-                            "unsupported", "", "Ethernet"});
+    using Query = int (IpStatusSocketAccess::*)(std::uint32_t, std::uint32_t, const BasicString&, BasicString&) const;
+    const std::map<std::string, Query> queries = {{"address", &IpStatusSocketAccess::GetCurrentIpAdress},
+                                                  {"netmask", &IpStatusSocketAccess::GetCurrentSubnetMask},
+                                                  {"gateway", &IpStatusSocketAccess::GetCurrentDefaultGateway}};
+    const IpStatusSocketAccess access;
+    for (const auto& c : Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/kernel.cases")) {
+        SCOPED_TRACE(c.name);
+        const std::string query = c["query"].substr(0, c["query"].size() - 1);
+        const std::size_t blank = query.find(' ');
+        Zel::Test::LogCapture capture(8);
+        BasicString result("unchanged");
+        const int status = (access.*queries.at(query.substr(0, blank)))(1, 1, query.substr(blank + 1), result);
+        EXPECT_EQ(fmt::format("{} {}\n", status, result), c["answer"]);
+        std::string trace;
+        for (const auto& record : capture.Records()) {
+            trace += fmt::format("{} {}\n", record.level, record.text);
+        }
+        EXPECT_EQ(trace, c["trace"]);
     }
-    ModuleSettings settings;
-    settings.AddSettingField("interfaces", interfaces);
+    // The kernel keeps interface names to 15 characters, so its route table
+    // never holds a longer one, as the cases take for granted.
+    EXPECT_NE(Zel::Test::Run("ip link add " + longName + "g type veth peer name ipsrefused 2>/dev/null"), 0);
+}
+
+// The module over a stand-in Ethernet module naming the scenario's
+// interfaces.
+TEST_F(KernelIpStatus, TheModuleAnswersTheKernelsAddressNetmaskAndGateway)
+{
+    Zel::Test::StandInEthernetInfo ethernet({"ips0", "ips1", "ips2", longName},
+                                            Zel::Test::StandInEthernetInfo::BadNumber::Throws);
     HardwareModuleProvider provider;
-    EthernetInfoModule ethernet;
-    ethernet.SetupSettings(settings, provider);
-    ASSERT_EQ(ethernet.GetDeviceCount(), devices.size());
     provider.AddHardwareModule(ethernet);
     IpStatusModule module;
     module.SetupSettings(ModuleSettings(), provider);
@@ -80,63 +78,16 @@ TEST_F(KernelIpStatus, AddressNetmaskAndGatewayAreTheKernelsOnes)
                                                "10.1.0.5 10.1.0.5 255.255.240.0 10.1.0.2",
                                                "0.0.0.0 0.0.0.0 0.0.0.0 0.0.0.0",
                                                "172.16.5.9 172.16.5.9 255.255.0.0 172.16.0.1"};
-    for (unsigned int device = 1; device <= devices.size(); ++device) {
+    for (unsigned int device = 1; device <= expected.size(); ++device) {
         EXPECT_EQ(fmt::format("{} {} {} {}", module.GetIpAddress(device), module.GetDeviceIpAddress(device),
                               module.GetSubnetMask(device), module.GetDefaultGateway(device)),
                   expected[device - 1]);
     }
-    EXPECT_EQ(Address("lo") + " " + Netmask("lo") + " " + Gateway("lo"), "127.0.0.1 255.0.0.0 0.0.0.0");
     // Each query is traced at level 8 with its device number, then its answer.
     Zel::Test::LogCapture capture(8);
     module.GetSubnetMask(2);
     EXPECT_TRUE(capture.Contains(8, "IpStatusModule::GetSubnetMask(): 2"));
     EXPECT_TRUE(capture.Contains(8, "IpStatusModule::GetSubnetMask(): 255.255.240.0"));
-
-    // The name is asked for before any device check, so the Ethernet
-    // module's std::out_of_range passes through instead of a failed status.
-    for (const auto query : {&IpStatusModule::GetIpAddress, &IpStatusModule::GetSubnetMask,
-                             &IpStatusModule::GetDefaultGateway, &IpStatusModule::GetDeviceIpAddress}) {
-        EXPECT_THROW((module.*query)(0), std::out_of_range);
-        EXPECT_THROW((module.*query)(static_cast<unsigned int>(devices.size() + 1)), std::out_of_range);
-    }
-}
-
-// A missing address is no failure and is not traced; an unknown interface
-// fails with its errno in the message and leaves the result.
-TEST_F(KernelIpStatus, QueriesAreTracedAndAnUnknownInterfaceFailsWithItsErrno)
-{
-    Zel::Test::LogCapture capture(8);
-    EXPECT_EQ(Address("ips2"), "0.0.0.0");
-    EXPECT_EQ(Netmask("ips1"), "255.255.240.0");
-    EXPECT_EQ(Address("ipsnone"), "status 1, result unchanged");
-    std::vector<std::string> lines;
-    for (const auto& record : capture.Records()) {
-        lines.push_back(fmt::format("{} {}", record.level, record.text));
-    }
-    const std::string socket = "8 IpStatusSocketAccess::GetSettingFromSocket(): ";
-    EXPECT_EQ(
-        lines,
-        (std::vector<std::string>{
-            "8 IpStatusSocketAccess::GetCurrentIpAdress(): 1", socket + "device 1 interfaceName ips2 request 35093",
-            "8 IpStatusSocketAccess::GetCurrentSubnetMask(): 1", socket + "device 1 interfaceName ips1 request 35099",
-            socket + "IOCTL value 255.255.240.0", "8 IpStatusSocketAccess::GetCurrentIpAdress(): 1",
-            socket + "device 1 interfaceName ipsnone request 35093",
-            fmt::format("3 IpStatusSocketAccess::GetSettingFromSocket(): error {} during ioctl() "
-                        "for interfaceName ipsnone",
-                        ENODEV)}));
-}
-
-// The kernel keeps interface names to 15 characters, so its route table never
-// holds a longer one (RouteTableTest.cpp has such an entry). The ioctls see
-// 15 characters of a longer name; the table is compared with the whole name.
-TEST_F(KernelIpStatus, LongerNamesAreCutForTheIoctlButComparedWholeInTheTable)
-{
-    EXPECT_NE(Zel::Test::Run("ip link add " + longName + "g type veth peer name ipsrefused 2>/dev/null"), 0);
-    EXPECT_EQ(Gateway(longName), "172.16.0.1");
-    const std::string longer = longName + "-longer";
-    EXPECT_EQ(Address(longer), "172.16.5.9");
-    EXPECT_EQ(Netmask(longer), "255.255.0.0");
-    EXPECT_EQ(Gateway(longer), "0.0.0.0");
 }
 
 } // namespace
