@@ -4,110 +4,39 @@
 #include "LogDigest.hpp"
 #include "PrometheusText.hpp"
 
-#include <gtest/gtest.h>
-#include <linux/netlink.h>
-#include <linux/rtnetlink.h>
+#include "CaseFile.hpp"
 
-#include <algorithm>
-#include <cstring>
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <sstream>
 #include <string>
 #include <vector>
 
 namespace Zel::Tools::Nimhost {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-
-template <typename T>
-void Append(Bytes& bytes, const T& value)
-{
-    const auto* raw = reinterpret_cast<const std::uint8_t*>(&value);
-    bytes.insert(bytes.end(), raw, raw + sizeof value);
-}
-
-// A netlink message of this type around the body.
-Bytes Message(std::uint16_t type, const Bytes& body)
-{
-    // Sized first and filled: gcc 12 at -O3 for 32-bit ARM warns wrongly on
-    // an insert into an empty vector here.
-    const nlmsghdr header{static_cast<std::uint32_t>(NLMSG_HDRLEN + body.size()), type, 0, 0, 0};
-    Bytes message(sizeof header + body.size());
-    std::memcpy(message.data(), &header, sizeof header);
-    std::copy(body.begin(), body.end(), message.begin() + static_cast<std::ptrdiff_t>(sizeof header));
-    return message;
-}
-
-// One link message: ifinfomsg, an unrelated attribute, and IFLA_IFNAME with
-// its terminating zero when named; `nameLength` overrides its length field.
-Bytes LinkMessage(std::uint16_t type, int index, const std::string& name, unsigned int flags = 0,
-                  std::uint16_t nameLength = 0)
-{
-    Bytes body;
-    ifinfomsg info{};
-    info.ifi_index = index;
-    info.ifi_flags = flags;
-    Append(body, info);
-    Append(body, rtattr{static_cast<unsigned short>(RTA_LENGTH(4)), IFLA_MTU});
-    Append(body, 1500U);
-    if (!name.empty()) {
-        const auto length = static_cast<unsigned short>(RTA_LENGTH(name.size() + 1));
-        Append(body, rtattr{nameLength != 0 ? nameLength : length, IFLA_IFNAME});
-        body.insert(body.end(), name.c_str(), name.c_str() + name.size() + 1);
-        body.resize(NLMSG_ALIGN(body.size()), 0);
-    }
-    return Message(type, body);
-}
-
-Bytes Join(std::initializer_list<Bytes> parts)
-{
-    Bytes all;
-    for (const auto& part : parts) {
-        all.insert(all.end(), part.begin(), part.end());
-    }
-    return all;
-}
-
-Bytes Cut(Bytes bytes, std::size_t keep)
-{
-    bytes.resize(keep);
-    return bytes;
-}
-
-using Kind = LinkEvent::Kind;
-
+// The datagrams are written in hex; each parsed event is one line "kind
+// index name flags", and "lost" follows when the batch is not to be trusted.
 TEST(WatchParse, LinkMessagesGiveTheirKindIndexNameAndFlagsAndAFaultMarksTheBatchLost)
 {
-    const Bytes eth0 = LinkMessage(RTM_NEWLINK, 2, "eth0", 0x1043);
-    const struct {
-        const char* what;
-        Bytes bytes;
-        std::vector<LinkEvent> events;
-        bool lost;
-    } rows[] = {
-        {"one new link", eth0, {{Kind::NewLink, 2, "eth0", 0x1043}}, false},
-        {"a removal without a name", LinkMessage(RTM_DELLINK, 7, ""), {{Kind::DelLink, 7, "", 0}}, false},
-        {"several messages in one datagram, other types skipped",
-         Join({eth0, LinkMessage(RTM_NEWADDR, 2, "eth0"), LinkMessage(RTM_DELLINK, 3, "eth1")}),
-         {{Kind::NewLink, 2, "eth0", 0x1043}, {Kind::DelLink, 3, "eth1", 0}},
-         false},
-        {"the kernel's overrun message",
-         Join({Message(NLMSG_OVERRUN, {}), eth0}),
-         {{Kind::NewLink, 2, "eth0", 0x1043}},
-         true},
-        {"a datagram cut inside the second header",
-         Join({eth0, Cut(eth0, 8)}),
-         {{Kind::NewLink, 2, "eth0", 0x1043}},
-         true},
-        {"a message shorter than its ifinfomsg", Cut(eth0, NLMSG_HDRLEN + 4), {}, true},
-        {"an attribute running past the message", LinkMessage(RTM_NEWLINK, 3, "eth1", 0, 200), {}, true},
-        {"a header claiming more than the datagram", Cut(eth0, eth0.size() - 4), {}, true},
-        {"nothing", {}, {}, false},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        const LinkMessages parsed = ParseLinkMessages(row.bytes.data(), row.bytes.size());
-        EXPECT_EQ(parsed.events, row.events);
-        EXPECT_EQ(parsed.lost, row.lost);
+    for (const auto& c : Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/link-messages.cases")) {
+        SCOPED_TRACE(c.name);
+        std::vector<std::uint8_t> datagram;
+        std::istringstream hex(c["datagram"]);
+        for (std::string word; hex >> word;) {
+            for (std::size_t at = 0; at + 1 < word.size(); at += 2) {
+                datagram.push_back(static_cast<std::uint8_t>(std::stoul(word.substr(at, 2), nullptr, 16)));
+            }
+        }
+        const LinkMessages parsed = ParseLinkMessages(datagram.data(), datagram.size());
+        std::string events;
+        for (const auto& event : parsed.events) {
+            events += fmt::format("{} {} {} {:#x}\n", event.kind == LinkEvent::Kind::NewLink ? "new" : "del",
+                                  event.index, event.name, event.flags);
+        }
+        EXPECT_EQ(events + (parsed.lost ? "lost\n" : ""), c["parsed"]);
     }
 }
 
