@@ -1,6 +1,7 @@
 // The ports that read attribute files: sysfs ports (device 2, port 3) and
 // KSZ8794 driver-file ports (device 1, port 4), on scratch files that the
 // tests rewrite between queries.
+#include "CaseFile.hpp"
 #include "Checks.hpp"
 #include "Modules/Nim/Linux/Internal/EthPortInfoSwitchKSZ8794.hpp"
 #include "Modules/Nim/Linux/Internal/EthPortInfoSysFile.hpp"
@@ -12,8 +13,9 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <memory>
+#include <sstream>
+#include <string>
 
 namespace {
 
@@ -27,20 +29,13 @@ using Zel::Hardware::Nim::LinkState;
 using Zel::System::Commons::InvalidOperationException;
 using Zel::Test::OpenDescriptorCount;
 
-enum Query { State, Speed, Duplex };
-
-int Ask(const IEthPortInfo& port, Query query)
+// The code a query answers, by its name in the decoding cases.
+int Ask(const IEthPortInfo& port, const std::string& query)
 {
-    return query == State ? static_cast<int>(port.GetPortLinkState())
-        : query == Speed  ? static_cast<int>(port.GetPortLinkSpeed())
-                          : static_cast<int>(port.GetPortLinkDuplex());
+    return query == "state" ? static_cast<int>(port.GetPortLinkState())
+        : query == "speed"  ? static_cast<int>(port.GetPortLinkSpeed())
+                            : static_cast<int>(port.GetPortLinkDuplex());
 }
-
-struct FileCase {
-    Query query;
-    const char* text;
-    int expected;
-};
 
 class FilePort : public ::testing::Test {
 protected:
@@ -60,16 +55,6 @@ protected:
     {
         return std::make_unique<EthPortInfoSwitchKSZ8794>(1, 4, settings);
     }
-    // files: the file each query reads.
-    void ExpectDecoding(const IEthPortInfo& port, const std::array<const char*, 3>& files,
-                        std::initializer_list<FileCase> cases)
-    {
-        for (const FileCase& c : cases) {
-            dir.Write(files[c.query], c.text);
-            EXPECT_EQ(Ask(port, c.query), c.expected) << files[c.query] << " \"" << c.text << '"';
-        }
-        EXPECT_TRUE(capture.Records().empty()) << "only read failures are reported";
-    }
     template <typename Make>
     static void ExpectOpenFailure(Make make, const std::string& file)
     {
@@ -81,54 +66,20 @@ protected:
     Zel::Test::LogCapture capture{8};
 };
 
-TEST_F(FilePort, SysFileDecodingTable)
+TEST_F(FilePort, DecodingTables)
 {
-    // The line feed ends the known words and numbers; the rest is unknown (state 255, others 0).
-    ExpectDecoding(*SysFile(), {"operstate", "speed", "duplex"},
-                   {{State, "up\n", 1},
-                    {State, "down\n", 0},
-                    {State, "unknown\n", 255},
-                    {State, "lowerlayerdown\n", 255},
-                    {State, "dormant\n", 255},
-                    {State, "up", 1},
-                    {State, "dow", 255},
-                    {State, "", 255},
-                    {Speed, "-1\n", 0},
-                    {Speed, "10\n", 1},
-                    {Speed, "100\n", 2},
-                    {Speed, "1000\n", 3},
-                    {Speed, "2500\n", 0},
-                    {Speed, "10000\n", 0},
-                    {Speed, "1000", 0},
-                    {Speed, "100", 0},
-                    {Speed, "", 0},
-                    {Duplex, "full\n", 2},
-                    {Duplex, "half\n", 1},
-                    {Duplex, "unknown\n", 0},
-                    {Duplex, "ful", 0},
-                    {Duplex, "", 0}});
-}
-
-TEST_F(FilePort, DriverFileDecodingTable)
-{
-    // Every speed text but "unlinked" is a link; there is no gigabit value.
-    ExpectDecoding(*Driver(), {"port4_speed", "port4_speed", "port4_duplex"},
-                   {{State, "unlinked\n", 0},
-                    {Speed, "unlinked\n", 0},
-                    {State, "100\n", 1},
-                    {Speed, "100\n", 2},
-                    {Speed, "10\n", 1},
-                    {Speed, "1000\n", 0},
-                    {State, "1000\n", 1},
-                    {Speed, "100", 0},
-                    {State, "unlinke", 1},
-                    {State, "", 1},
-                    {Speed, "", 0},
-                    {Duplex, "unlinked\n", 0},
-                    {Duplex, "full-duplex\n", 2},
-                    {Duplex, "half-duplex\n", 1},
-                    {Duplex, "full", 2},
-                    {Duplex, "auto\n", 0}});
+    const std::unique_ptr<IEthPortInfo> sysFile = SysFile();
+    const std::unique_ptr<IEthPortInfo> driver = Driver();
+    for (const auto& c : Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/decoding.cases")) {
+        std::istringstream rows(c["rows"]);
+        for (std::string row; std::getline(rows, row);) {
+            const auto fields = Zel::Test::Words(row); // file|bytes|query|code
+            dir.Write(fields.at(0), Zel::Test::Unescape(fields.at(1)));
+            EXPECT_EQ(Ask(c.name == "sysFile" ? *sysFile : *driver, fields.at(2)), std::stoi(fields.at(3)))
+                << c.name << ": " << row;
+        }
+    }
+    EXPECT_TRUE(capture.Records().empty()) << "only read failures are reported";
 }
 
 // Every query's message names GetPortLinkState: the framework's log filters match that text.
@@ -137,8 +88,8 @@ TEST_F(FilePort, FailedReadsGiveUnknownCodesAndOneMessagePerQuery)
     for (const char* name : {"operstate", "speed", "duplex", "port4_speed", "port4_duplex"}) {
         dir.MakeUnreadable(name);
     }
-    const auto sysFile = SysFile();
-    const auto driver = Driver();
+    const std::unique_ptr<IEthPortInfo> sysFile = SysFile();
+    const std::unique_ptr<IEthPortInfo> driver = Driver();
     for (const IEthPortInfo* port : std::initializer_list<const IEthPortInfo*>{sysFile.get(), driver.get()}) {
         EXPECT_EQ(port->GetPortLinkState(), LinkState::Unknown);
         EXPECT_EQ(port->GetPortLinkSpeed(), LinkSpeed::Unknown);
