@@ -4,6 +4,7 @@
 #include "Modules/Nim/Linux/EthernetInfoModule.hpp"
 #include "Modules/Nim/Linux/Internal/EthPortInfoI210Drv.hpp"
 
+#include "CaseFile.hpp"
 #include "Checks.hpp"
 
 #include "MemoryLogSink.hpp"
@@ -15,6 +16,7 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <stdexcept>
 #include <typeinfo>
 
@@ -134,102 +136,23 @@ TEST_F(EthernetInfoSetup, EachLineBecomesADeviceAndASecondSetUpAppends)
     EXPECT_EQ(kernel->listReads, 2) << "the interface list is read at each set-up";
 }
 
-// Read like the controller's 32-bit strtoul with base prefixes on every
-// platform: a magnitude above 4294967295 gives 4294967295.
-TEST_F(EthernetInfoSetup, NumbersTakeBasePrefixesAndSaturateAt32Bits)
+TEST_F(EthernetInfoSetup, TableRulesAsTheCasesSay)
 {
-    const std::string wrong = "InvalidConfigException: Wrong interface index ";
-    const std::pair<const char*, std::string> cases[] = {
-        {"1", ""},
-        {"0x1", ""},
-        {" +01", ""},
-        {"-4294967295", ""},
-        {"1x", ""},
-        {"010", wrong + "8 found, expected 1"},
-        {"4294967297", wrong + "4294967295 found, expected 1"},
-        {"0x100000001", wrong + "4294967295 found, expected 1"},
-        {"99999999999999999999999", wrong + "4294967295 found, expected 1"},
-        {"-1", wrong + "4294967295 found, expected 1"},
-        {"x1", wrong + "0 found, expected 1"},
-        {"- 1", wrong + "0 found, expected 1"},
-        {"--1", wrong + "0 found, expected 1"},
-    };
-    for (const auto& [index, outcome] : cases) {
-        EXPECT_EQ(Setup({index + std::string("|X1|eth0|0|unsupported||Ethernet")}), outcome) << index;
-    }
-    for (const auto& [count, ports] : {std::pair{"010", 8U}, {"0x2", 2U}}) {
-        Setup({"1|X1|eth0|" + std::string(count) + "|unsupported||Ethernet"}, "0x10");
-        EXPECT_EQ(module->GetPortCount(1), ports) << count;
+    for (const auto& c : Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/setups.cases")) {
+        SCOPED_TRACE(c.name);
+        std::vector<std::string> lines;
+        std::istringstream table(c.Has("interfaces") ? c["interfaces"] : "");
+        for (std::string line; std::getline(table, line);) {
+            lines.push_back(Zel::Test::Unescape(line));
+        }
+        failMac = c.Has("MAC of eth2 fails");
+        const std::string mandatory = c.Has("mandatory") ? c["mandatory"].substr(0, c["mandatory"].size() - 1) : "";
+        const std::string error = Setup(lines, c.Has("mandatory") ? mandatory.c_str() : nullptr, !c.Has("no table"));
+        EXPECT_EQ(error.empty() ? error : error + "\n", c.Has("error") ? c["error"] : "");
+        EXPECT_EQ(Devices(), c["devices"]);
+        EXPECT_EQ(kernel->listReads, 1) << "the interface list is read at each set-up, also without a table";
     }
     EXPECT_TRUE(capture.Contains(7, "Mandatory interfaces: 16"));
-}
-
-// eth3 is missing: the table ends there, and only a mandatory count reaching
-// line 2 makes that an error. Line 3 is never examined (its mode is bad).
-TEST_F(EthernetInfoSetup, AMissingInterfaceEndsTheTableAndFailsOnlyWhenMandatory)
-{
-    const std::vector<std::string> lines = {"1|X1|eth0|0|unsupported||Ethernet", "2|X2|eth3|0|unsupported||Ethernet",
-                                            "3|X3|eth1|1|Bogus||Bogus"};
-    const std::string missing = "InvalidOperationException: Could not find interface ";
-    for (const auto& [mandatory, outcome] : {std::pair<const char*, std::string>{nullptr, ""},
-                                             {"1", ""},
-                                             {"2", missing + "eth3"},
-                                             {"0x2", missing + "eth3"},
-                                             {"3", missing + "eth3"}}) {
-        EXPECT_EQ(Setup(lines, mandatory), outcome) << (mandatory == nullptr ? "absent" : mandatory);
-        EXPECT_EQ(Devices(), "X1, eth0, 02:0A:B1:C2:FE:30, 1, []\n");
-    }
-    // Names are compared whole and exactly.
-    for (const char* name : {"eth", "eth00", "ETH0"}) {
-        EXPECT_EQ(Setup({"1|X1|" + std::string(name) + "|0|unsupported||Ethernet"}, "1"), missing + name);
-    }
-    // A table that runs to its end, or no table, is never held against the count.
-    EXPECT_EQ(Setup({lines[0]}, "9"), "");
-    EXPECT_EQ(Setup({}, "5", false), "");
-    EXPECT_EQ(Devices(), "");
-    EXPECT_EQ(kernel->listReads, 1) << "the interface list is read even without a table";
-}
-
-TEST_F(EthernetInfoSetup, PortNamesAreSplitAtSemicolonsAndTrimmed)
-{
-    for (const auto& [names, count, ports] : {std::tuple{"a; b", "2", "[a|b]"},
-                                              {"a;b;", "2", "[a|b]"},
-                                              {";a", "2", "[|a]"},
-                                              {" \t", "1", "[]"},
-                                              {"", "2", "[|]"},
-                                              {"", "0", "[]"},
-                                              {"a", "2", "no"}}) {
-        const std::string outcome = Setup({fmt::format("1|X1|eth0|{}|unsupported|{}|Ethernet", count, names)});
-        EXPECT_EQ(outcome.empty() ? Devices() : outcome,
-                  std::string(ports) == "no"
-                      ? "InvalidConfigException: Number of port names 1 does not match port count! 2"
-                      : "X1, eth0, 02:0A:B1:C2:FE:30, 1, " + std::string(ports) + "\n")
-            << names;
-    }
-}
-
-// Within a line: index, interface, MAC, port names, port objects, type. A
-// failing line leaves no entry, while the lines before it stay.
-TEST_F(EthernetInfoSetup, ChecksOfALineRunInOrderAndAFailingLineLeavesNoEntry)
-{
-    const std::pair<const char*, const char*> cases[] = {
-        {"3|X2|eth3|0|Bogus||Bogus", "InvalidConfigException: Wrong interface index 3 found, expected 2"},
-        {"2|X2|eth2|2|Bogus|X1|Bogus", "InvalidOperationException: Could not read mac info from 'eth2': errno 19"},
-        {"2|X2|eth1|2|Bogus|X1|Bogus", "InvalidConfigException: Number of port names 1 does not match port count! 2"},
-        {"2|X2|eth1|1|SysFile||Bogus", "ArgumentException: Invalid argument 'mode' = 'SysFile': Unknown mode"},
-        {"2|X2|eth1|1|unsupported ||Bogus",
-         "ArgumentException: Invalid argument 'mode' = 'unsupported ': Unknown mode"},
-        {"2|X2|eth1|1|sysFile||Bogus", "InvalidConfigException: Setting 'path.2.1.sysFile' is not configured"},
-        {"2|X2|eth1|1|unsupported||ethernet",
-         "ArgumentException: Invalid argument 'NetworkInterfaceType' = 'ethernet': Unknown network interface type"},
-        {"2|X2|eth1|1|unsupported||1",
-         "ArgumentException: Invalid argument 'NetworkInterfaceType' = '1': Unknown network interface type"},
-    };
-    failMac = true;
-    for (const auto& [line, outcome] : cases) {
-        EXPECT_EQ(Setup({"1|X1|eth0|0|unsupported||Ethernet", line}), outcome);
-        EXPECT_EQ(module->GetDeviceCount(), 1U);
-    }
 }
 
 // Device 1 has one port, device 2 none; 0 and 3 are no devices.
