@@ -1,5 +1,6 @@
 // The SPI switch ports against emulated spidev nodes: device 3 is a KSZ8794,
 // device 2 a KSZ8863 with one GPIO link line (a scratch file) per port.
+#include "CaseFile.hpp"
 #include "Checks.hpp"
 #include "Modules/Nim/Linux/Internal/EthPortInfoSwitchKSZ8794spi.hpp"
 #include "Modules/Nim/Linux/Internal/EthPortInfoSwitchKSZ8863gpio.hpp"
@@ -11,11 +12,13 @@
 
 #include <Zel/System/Commons/Exception.hpp>
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
 
 #include <memory>
+#include <sstream>
 #include <typeinfo>
 #include <vector>
 
@@ -106,53 +109,31 @@ TEST_F(SpiSwitchPort, RegisterDecodingTables)
     SpiDevice spi8863 = SpiEmulator::Ksz8863().Register(0x01, 0x3F).Build(Node8863);
     const auto port8794 = Make8794(2);
     const auto port8863 = Make8863(1);
-    // KSZ8794 mode register 0x2F: only the low three bits count, 2, 3, 5 and 6
-    // are the known modes. KSZ8863 status register 0x1F: bit 2 100 Mbit/s
-    // (else 10), bit 1 full duplex (else half).
-    const struct {
-        bool is8794;
-        std::uint8_t link;
-        std::uint8_t value;
-        LinkState state;
-        LinkSpeed speed;
-        LinkDuplex duplex;
-    } cases[] = {
-        {true, 0x20, 0x00, LinkState::Up, LinkSpeed::Unknown, LinkDuplex::Unknown},
-        {true, 0x20, 0x01, LinkState::Up, LinkSpeed::Unknown, LinkDuplex::Unknown},
-        {true, 0x20, 0x02, LinkState::Up, LinkSpeed::Speed10, LinkDuplex::Half},
-        {true, 0x20, 0x03, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Half},
-        {true, 0x20, 0x04, LinkState::Up, LinkSpeed::Unknown, LinkDuplex::Unknown},
-        {true, 0x20, 0x05, LinkState::Up, LinkSpeed::Speed10, LinkDuplex::Full},
-        {true, 0x20, 0x06, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Full},
-        {true, 0x20, 0x07, LinkState::Up, LinkSpeed::Unknown, LinkDuplex::Unknown},
-        {true, 0x20, 0xFB, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Half},
-        {true, 0x20, 0xF8, LinkState::Up, LinkSpeed::Unknown, LinkDuplex::Unknown},
-        {true, 0xDF, 0x06, LinkState::Down, LinkSpeed::Unknown, LinkDuplex::Unknown},
-        {false, 1, 0x00, LinkState::Up, LinkSpeed::Speed10, LinkDuplex::Half},
-        {false, 1, 0x02, LinkState::Up, LinkSpeed::Speed10, LinkDuplex::Full},
-        {false, 1, 0x04, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Half},
-        {false, 1, 0x06, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Full},
-        {false, 1, 0xF9, LinkState::Up, LinkSpeed::Speed10, LinkDuplex::Half},
-        {false, 1, 0xFF, LinkState::Up, LinkSpeed::Speed100, LinkDuplex::Full},
-        {false, 0, 0x06, LinkState::Down, LinkSpeed::Unknown, LinkDuplex::Unknown},
-    };
-    for (const auto& c : cases) {
-        SpiDevice& spi = c.is8794 ? spi8794 : spi8863;
-        c.is8794 ? spi8794.SetRegister(0x2E, c.link) : (void)dir.Write("link1", c.link != 0 ? "1\n" : "0\n");
-        spi.SetRegister(c.is8794 ? 0x2F : 0x1F, c.value);
+    std::istringstream rows(Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/registers.cases").at(0)["rows"]);
+    for (std::string row; std::getline(rows, row);) {
+        SCOPED_TRACE(row);
+        const auto fields = Zel::Test::Words(row); // chip|link|register value|state|speed|duplex
+        const bool is8794 = fields.at(0) == "KSZ8794";
+        const auto link = static_cast<std::uint8_t>(std::stoul(fields.at(1), nullptr, 0));
+        SpiDevice& spi = is8794 ? spi8794 : spi8863;
+        is8794 ? spi8794.SetRegister(0x2E, link) : (void)dir.Write("link1", link != 0 ? "1\n" : "0\n");
+        spi.SetRegister(is8794 ? 0x2F : 0x1F, static_cast<std::uint8_t>(std::stoul(fields.at(2), nullptr, 0)));
         spi.ClearTransfers();
-        const IEthPortInfo& port = c.is8794 ? static_cast<const IEthPortInfo&>(*port8794) : *port8863;
-        EXPECT_EQ(port.GetPortLinkState(), c.state);
-        EXPECT_EQ(port.GetPortLinkSpeed(), c.speed) << c.is8794 << " " << int(c.link) << " " << int(c.value);
-        EXPECT_EQ(port.GetPortLinkDuplex(), c.duplex) << c.is8794 << " " << int(c.link) << " " << int(c.value);
-        const bool up = c.state == LinkState::Up;
+        const IEthPortInfo& port = is8794 ? static_cast<const IEthPortInfo&>(*port8794) : *port8863;
+        // One query after the other, in the order the commands are checked in.
+        const int state = static_cast<int>(port.GetPortLinkState());
+        const int speed = static_cast<int>(port.GetPortLinkSpeed());
+        const int duplex = static_cast<int>(port.GetPortLinkDuplex());
+        EXPECT_EQ(fmt::format("{}|{}|{}", state, speed, duplex),
+                  fmt::format("{}|{}|{}", fields.at(3), fields.at(4), fields.at(5)));
+        const bool up = fields.at(3) == "1";
         // KSZ8794: the link register at each query, the mode register after a link.
-        const Bytes link = {0x60, 0x5C, 0x00};
+        const Bytes linkRead = {0x60, 0x5C, 0x00};
         const Bytes mode = {0x60, 0x5E, 0x00};
         ExpectCommands(spi,
-                       c.is8794
-                           ? (up ? std::vector<Bytes>{link, link, mode, link, mode}
-                                 : std::vector<Bytes>{link, link, link})
+                       is8794
+                           ? (up ? std::vector<Bytes>{linkRead, linkRead, mode, linkRead, mode}
+                                 : std::vector<Bytes>{linkRead, linkRead, linkRead})
                            : (up ? std::vector<Bytes>{{0x03, 0x1F, 0x00}, {0x03, 0x1F, 0x00}} : std::vector<Bytes>{}));
     }
     EXPECT_TRUE(capture.Records().empty());
@@ -195,45 +176,31 @@ TEST_F(SpiSwitchPort, FailedReadsGiveUnknownCodesWithOneMessageEach)
 // registers.
 TEST_F(SpiSwitchPort, ChipCheckFailuresStopSetUp)
 {
-    const std::string unreadable = "Could not read driver KSZ8863_REG_CHIP_ID0.";
-    const struct {
-        bool is8794;
-        std::uint8_t id0;
-        std::uint8_t id1;
-        int failingRead; // -1: none; an identity check that fails is NotSupported, a failed read InvalidOperation
-        std::string thrown;
-        std::string logged;
-    } cases[] = {
-        {true, 0x88, 0x61, -1, "KSZ8794: Chip id0 mismatch.", "KSZ8863: Chip id0 mismatch. 136"},
-        {true, 0x87, 0x31, -1, "KSZ8794: Chip id1 mismatch.", "KSZ8863: Chip id1 mismatch. 48"},
-        {false, 0x87, 0x31, -1, "KSZ8863: Chip id0 mismatch.", "KSZ8863: Chip id0 mismatch. 135"},
-        {false, 0x88, 0x61, -1, "KSZ8863: Chip id1 mismatch.", "KSZ8863: Chip id1 mismatch. 96"},
-        {true, 0x87, 0x61, 0x00, unreadable, Failed8794},
-        {true, 0x87, 0x61, 0x01, unreadable, Failed8794},
-        {false, 0x88, 0x31, 0x00, unreadable, Failed8863},
-        {false, 0x88, 0x31, 0x01, unreadable, Failed8863},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.logged);
+    std::istringstream rows(Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/registers.cases").at(1)["rows"]);
+    for (std::string row; std::getline(rows, row);) {
+        SCOPED_TRACE(row);
+        const auto fields = Zel::Test::Words(row); // chip|id0|id1|failing read|thrown|logged
+        const bool is8794 = fields.at(0) == "KSZ8794";
         capture.Sink().Clear();
-        SpiDevice device = (c.is8794 ? SpiEmulator::Ksz8794() : SpiEmulator::Ksz8863())
-                               .Register(0, c.id0)
-                               .Register(1, c.id1)
-                               .Build(c.is8794 ? Node8794 : Node8863);
-        if (c.failingRead >= 0) {
-            device.FailReadsOf(static_cast<unsigned int>(c.failingRead), true);
+        SpiDevice device = (is8794 ? SpiEmulator::Ksz8794() : SpiEmulator::Ksz8863())
+                               .Register(0, static_cast<std::uint8_t>(std::stoul(fields.at(1), nullptr, 0)))
+                               .Register(1, static_cast<std::uint8_t>(std::stoul(fields.at(2), nullptr, 0)))
+                               .Build(is8794 ? Node8794 : Node8863);
+        if (!fields.at(3).empty()) {
+            device.FailReadsOf(static_cast<unsigned int>(std::stoul(fields.at(3))), true);
         }
         try {
-            c.is8794 ? (void)Make8794(1) : (void)Make8863(1);
+            is8794 ? (void)Make8794(1) : (void)Make8863(1);
             ADD_FAILURE() << "accepted";
         } catch (const Exception& e) {
-            EXPECT_EQ(typeid(e), c.failingRead < 0 ? typeid(NotSupportedException) : typeid(InvalidOperationException));
-            EXPECT_EQ(e.GetMessage(), c.thrown);
+            EXPECT_EQ(typeid(e),
+                      fields.at(3).empty() ? typeid(NotSupportedException) : typeid(InvalidOperationException));
+            EXPECT_EQ(e.GetMessage(), fields.at(4));
         }
         ASSERT_EQ(capture.Records().size(), 1U);
         EXPECT_EQ(capture.Records()[0].level, 3);
-        EXPECT_EQ(capture.Records()[0].text, c.logged);
-        EXPECT_EQ(capture.Records()[0].channel, c.is8794 ? Channel8794 : Channel8863);
+        EXPECT_EQ(capture.Records()[0].text, fields.at(5));
+        EXPECT_EQ(capture.Records()[0].channel, is8794 ? Channel8794 : Channel8863);
         CloseSharedDevices();
     }
 }
