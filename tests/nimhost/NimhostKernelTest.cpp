@@ -3,6 +3,7 @@
 // settings file naming them, and /etc/network/interfaces with a static block
 // for eth0 and a dhcp block for eth1. Answers are checked against what `ip`
 // and the files say.
+#include "CaseFile.hpp"
 #include "NimhostProcess.hpp"
 #include "Sandbox.hpp"
 
@@ -156,53 +157,27 @@ TEST_F(NimhostReport, JsonReportAgreesWithWhatIpSays)
     EXPECT_EQ(document["devices"], json::parse(ReadFile(NIMHOST_GOLDEN "/report-devices.json")));
 }
 
-// eth0 lives at 192.168.1.10/24 via 192.168.1.1. The text report shows the
-// codes in words (the whole report of the sandbox's file is a golden file);
-// a configured prefix is compared with the live netmask, a configured netmask
-// too; a control character differs and is shown escaped; a missing file is
-// said once, its values not set.
+// The text report shows the codes in words and marks where the file and the
+// kernel differ; a control character is shown escaped, a missing file said
+// once.
 TEST_F(NimhostReport, TextReportShowsCodesInWordsAndMarksDrift)
 {
-    const std::string eth0 = "iface eth0 inet static\n";
-    const struct {
-        std::string file; // empty: no file
-        const char* differs; // of device 1's address, netmask, gateway: false, true or null
-        std::vector<std::string> lines; // none: the golden report
-    } cases[] = {
-        {interfacesText, "fft", {}},
-        {eth0 + "    address 192.168.1.10/16\n", "ttn", {"  address  192.168.1.10   192.168.1.10/16 *"}},
-        {eth0 + "    address 192.168.1.10/24\n", "ffn", {"  netmask  255.255.255.0  not set"}},
-        {eth0 + "    netmask 255.255.0.0\n", "ntn", {"  netmask  255.255.255.0  255.255.0.0 *"}},
-        {eth0 + "    netmask 24\n    gateway 192.168.1.1\r\n",
-         "nft",
-         {"  gateway  192.168.1.1    192.168.1.1\\r ! *",
-          "! the value holds control characters, shown escaped (\\r, \\t, \\xNN)"}},
-        {eth0 + "    netmask \n",
-         "nnn",
-         {"  netmask  255.255.255.0  error [1]",
-          "  [1] a line of this interface's block in /etc/network/interfaces has the key but no value"}},
-        {"", "nnn", {"  address  192.168.1.10   not set", "  method                  not set"}},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.file);
+    for (const auto& c : ReadCases(std::string(ZEL_TEST_CASES) + "/report-drift.cases")) {
+        SCOPED_TRACE(c.name);
         Zel::Test::Run("rm -f " + interfacesFile);
-        if (!c.file.empty()) {
-            WriteFile(interfacesFile, c.file);
+        if (c.Has("interfaces")) {
+            WriteFile(interfacesFile, c["interfaces"]);
         }
         const auto text = RunNimhost({"--config", settings, "report"});
-        EXPECT_EQ(text.err, c.file.empty() ? "nimhost: /etc/network/interfaces not found: nothing configured\n" : "");
-        if (c.lines.empty()) { // after the plug-in's and the settings' paths
+        EXPECT_EQ(text.err, c.Has("stderr") ? c["stderr"] : "");
+        if (!c.Has("lines")) { // after the plug-in's and the settings' paths
             EXPECT_EQ(text.out.substr(text.out.find('\n', text.out.find('\n') + 1) + 1),
                       ReadFile(NIMHOST_GOLDEN "/report.txt"));
         }
-        for (const auto& line : c.lines) {
+        for (const auto& line : Split(c.Has("lines") ? c["lines"] : "")) {
             EXPECT_NE(("\n" + text.out).find("\n" + line + "\n"), std::string::npos) << line << "\n" << text.out;
         }
-        json differs;
-        for (const auto& [i, field] : {std::pair{0, "address"}, {1, "netmask"}, {2, "gateway"}}) {
-            differs[field] = c.differs[i] == 'n' ? json() : json(c.differs[i] == 't');
-        }
-        EXPECT_EQ(Parse(Nimhost({"report", "--json"}))["devices"][0]["differs"], differs);
+        EXPECT_EQ(Parse(Nimhost({"report", "--json"}))["devices"][0]["differs"], json::parse(c["differs"]));
     }
 }
 
@@ -272,45 +247,25 @@ TEST_F(NimhostIpConfig, AFailedSetSaysWhyAndLeavesTheFile)
     NetSandbox().Veth("eth2", "eth2p").Up();
     settings = directory.Write("three.toml", BoardSettings(R"(  ["3", "X3", "eth2", "1", "sysFile", "P3", "Ethernet"],
 )"));
-    const std::string crowded = interfacesText +
-        "iface eth2 inet dhcp\n    mtu 1500\n    pre-up true\n    post-up true\n"
-        "    hwaddress ether 02:00:00:00:00:03\n";
-    const struct {
-        std::string file; // content of the interfaces file; empty: no file
-        bool readOnly; // /etc/network mounted read-only
-        std::string arguments;
-        std::string err;
-    } cases[] = {
-        {interfacesText, false, "ip|set|3|netmask|255.0.0.0",
-         "nimhost: eth2 netmask: not set -> 255.0.0.0 not written: /etc/network/interfaces has no 'iface eth2 inet' "
-         "block; add one (for example 'iface eth2 inet static') first\n"},
-        {crowded, false, "ip|set|3|gateway|10.0.0.1",
-         "nimhost: eth2 gateway: not set -> 10.0.0.1 not written: no room for 'gateway' in the block of eth2: a value "
-         "goes only into the first four lines after 'iface eth2 inet' (replacing its line, before a later setting, or "
-         "on an empty line); add an empty line or a 'gateway' line there\n"},
-        {interfacesText, true, "ip|set|1|netmask|255.0.0.0",
-         "nimhost: eth0 netmask: 255.255.255.0 -> 255.0.0.0 not written: cannot write /etc/network/interfaces.tmp: "
-         "Read-only file system\n"},
-        {"", false, "ip|set|2|mode|static",
-         "nimhost: eth1 mode: not set -> static not written: /etc/network/interfaces not found: nothing configured; "
-         "create it with an 'iface eth1 inet static' block\n"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.arguments);
+    for (const auto& c : ReadCases(std::string(ZEL_TEST_CASES) + "/failed-sets.cases")) {
+        SCOPED_TRACE(c.name);
+        const std::string file = c.Has("interfaces") ? c["interfaces"] : "";
+        const std::string arguments = c["args"].substr(0, c["args"].size() - 1);
         Zel::Test::Run("rm -f " + interfacesFile);
-        if (!c.file.empty()) {
-            WriteFile(interfacesFile, c.file);
+        if (!file.empty()) {
+            WriteFile(interfacesFile, file);
         }
-        ASSERT_EQ(Zel::Test::Run(c.readOnly ? "mount -o remount,ro /etc/network" : "true"), 0);
-        const auto result = Nimhost(Words(c.arguments));
-        const auto document = Nimhost(Words(c.arguments + "|--json"));
+        ASSERT_EQ(Zel::Test::Run(c.Has("read-only") ? "mount -o remount,ro /etc/network" : "true"), 0);
+        const auto result = Nimhost(Words(arguments));
+        const auto document = Nimhost(Words(arguments + "|--json"));
         Zel::Test::Run("mount -o remount,rw /etc/network");
-        EXPECT_EQ(std::tie(result.exitCode, result.err, result.out), std::make_tuple(1, c.err, std::string()));
-        EXPECT_EQ(ReadIfThere(interfacesFile), c.file);
+        EXPECT_EQ(std::tie(result.exitCode, result.err, result.out), std::make_tuple(1, c["stderr"], std::string()));
+        EXPECT_EQ(ReadIfThere(interfacesFile), file);
         ASSERT_TRUE(json::accept(document.out)) << document.out;
         const auto error = json::parse(document.out)["error"];
         EXPECT_EQ(error, (json{{"type", "write"}, {"message", error["message"]}, {"exitCode", 1}}));
-        EXPECT_EQ(c.err.substr(c.err.size() - std::min(c.err.size(), error["message"].get<std::string>().size() + 1)),
+        const std::string& err = c["stderr"];
+        EXPECT_EQ(err.substr(err.size() - std::min(err.size(), error["message"].get<std::string>().size() + 1)),
                   error["message"].get<std::string>() + "\n");
     }
 }
