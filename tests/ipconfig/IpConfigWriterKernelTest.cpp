@@ -2,6 +2,7 @@
 // on files behind links, bind mounts and read-only mounts, inside the network
 // sandbox (a private tmpfs over /etc/network; its mounts are the sandbox's
 // own).
+#include "CaseFile.hpp"
 #include "MemoryLogSink.hpp"
 #include "Sandbox.hpp"
 #include "TestFiles.hpp"
@@ -261,82 +262,46 @@ TEST_F(IpConfigWriters, KilledWritersLeaveAWholeFileAndNothingElse)
     EXPECT_EQ(std::vector<std::string>{"interfaces"}, Entries(networkDirectory));
 }
 
-// The real file is /etc/network/data/interfaces, mode 0640, owner 4321:4322;
-// each row sets up how /etc/network/interfaces reaches it and what is in the
-// way. Every row writes eth0's netmask.
-struct PlacementCase {
-    const char* name;
-    const char* setUp; // shell, in /etc/network
-    int result;
-    std::string messages; // of levels 1 to 5, "<level> <text>" each on a line
-    const char* leftInData = "interfaces"; // the entries of data/, sorted, separated by blanks
-    bool holdLock = false;
-};
-
-class IpConfigPlacement : public IpConfigWriters, public ::testing::WithParamInterface<PlacementCase> {};
-
-TEST_P(IpConfigPlacement, WriteReachesTheRealFileOrFailsAndSaysWhy)
+// How /etc/network/interfaces reaches the real file and what is in the way:
+// the cases of cases/placements.cases.
+TEST_F(IpConfigWriters, WriteReachesTheRealFileOrFailsAndSaysWhy)
 {
-    const PlacementCase& c = GetParam();
     const std::string realFile = "/etc/network/data/interfaces";
     const std::string board = BoardFile();
     std::string changed = board;
     changed.replace(changed.find("netmask 255.255.0.0"), 19, "netmask 255.255.255.0");
-    ASSERT_TRUE(fs::create_directory("/etc/network/data"));
-    WriteFile(realFile, board);
-    ASSERT_EQ(0, ::chmod(realFile.c_str(), 0640));
-    ASSERT_EQ(0, ::chown(realFile.c_str(), 4321, 4322));
-    ASSERT_EQ(0, Zel::Test::Run(std::string("cd /etc/network && ") + c.setUp)) << c.setUp;
-    const bool link = fs::is_symlink(interfacesFile);
-    const int holder = c.holdLock ? ::open("/etc/network/data", O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1;
-    ASSERT_TRUE(!c.holdLock || ::flock(holder, LOCK_EX) == 0);
+    for (const auto& c : Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/placements.cases")) {
+        SCOPED_TRACE(c.name);
+        CleanNetworkDirectory();
+        ASSERT_TRUE(fs::create_directory("/etc/network/data"));
+        WriteFile(realFile, board);
+        ASSERT_EQ(0, ::chmod(realFile.c_str(), 0640));
+        ASSERT_EQ(0, ::chown(realFile.c_str(), 4321, 4322));
+        ASSERT_EQ(0, Zel::Test::Run("cd /etc/network && " + c["placed by"]));
+        const bool link = fs::is_symlink(interfacesFile);
+        const int holder = c.Has("lock held") ? ::open("/etc/network/data", O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1;
+        ASSERT_TRUE(holder < 0 || ::flock(holder, LOCK_EX) == 0);
 
-    Zel::Test::LogCapture capture(5);
-    const IpConfigFileAccess access(parameterOrder, interfacesFile, std::chrono::milliseconds(100));
-    EXPECT_EQ(c.result, access.WriteIpPara("eth0", "netmask", "255.255.255.0"));
-    std::string messages;
-    for (const auto& record : capture.Records()) {
-        messages += fmt::format("{} {}\n", record.level, record.text);
-    }
-    EXPECT_EQ(c.messages, messages);
-    EXPECT_EQ(c.result == 0 ? changed : board, ReadFile(realFile));
-    EXPECT_EQ(ReadFile(realFile), ReadFile(interfacesFile));
-    EXPECT_EQ(link, fs::is_symlink(interfacesFile));
-    EXPECT_EQ("640 4321:4322", ModeAndOwner(realFile));
-    EXPECT_EQ(c.leftInData, fmt::format("{}", fmt::join(Entries("/etc/network/data"), " ")));
-    EXPECT_EQ((std::vector<std::string>{"data", "interfaces"}), Entries(networkDirectory));
-    if (holder >= 0) {
-        ::close(holder);
+        Zel::Test::LogCapture capture(5);
+        const IpConfigFileAccess access(parameterOrder, interfacesFile, std::chrono::milliseconds(100));
+        const int result = access.WriteIpPara("eth0", "netmask", "255.255.255.0");
+        EXPECT_EQ(std::to_string(result) + "\n", c["result"]);
+        std::string messages;
+        for (const auto& record : capture.Records()) {
+            messages += fmt::format("{} {}\n", record.level, record.text);
+        }
+        EXPECT_EQ(messages, c.Has("log") ? c["log"] : "");
+        EXPECT_EQ(result == 0 ? changed : board, ReadFile(realFile));
+        EXPECT_EQ(ReadFile(realFile), ReadFile(interfacesFile));
+        EXPECT_EQ(link, fs::is_symlink(interfacesFile));
+        EXPECT_EQ("640 4321:4322", ModeAndOwner(realFile));
+        EXPECT_EQ(fmt::format("{}\n", fmt::join(Entries("/etc/network/data"), " ")),
+                  c.Has("left in data") ? c["left in data"] : "interfaces\n");
+        EXPECT_EQ((std::vector<std::string>{"data", "interfaces"}), Entries(networkDirectory));
+        if (holder >= 0) {
+            ::close(holder);
+        }
     }
 }
-
-const PlacementCase placementCases[] = {
-    {"absolute_link", "ln -s /etc/network/data/interfaces interfaces", 0, ""},
-    {"relative_link_to_absolute_link",
-     "ln -s /etc/network/data/interfaces data/current && ln -s data/current interfaces", 0, "", "current interfaces"},
-    {"bind_mounted_file", "touch interfaces && mount --bind data/interfaces interfaces", 0,
-     "5 IpConfigFileAccess::WriteIpPara(): /etc/network/interfaces rewritten in place, not atomically: Device or "
-     "resource busy\n"},
-    {"read_only_bind_mounted_file",
-     "touch interfaces && mount --bind data/interfaces interfaces && mount -o remount,ro,bind interfaces", 1,
-     "3 IpConfigFileAccess::WriteIpPara(): Cannot replace /etc/network/interfaces: Read-only file system\n"},
-    {"link_into_read_only_directory",
-     "ln -s data/interfaces interfaces && mount --bind data data && mount -o remount,ro,bind data", 1,
-     "3 Error open file /etc/network/data/interfaces.tmp\n"},
-    {"immutable_file_refuses_the_good_temporary_file", "ln -s data/interfaces interfaces && chattr +i data/interfaces",
-     1, "3 IpConfigFileAccess::WriteIpPara(): Cannot replace /etc/network/data/interfaces: Operation not permitted\n"},
-    {"temporary_file_is_a_directory", "ln -s data/interfaces interfaces && mkdir data/interfaces.tmp", 1,
-     "3 Error open file /etc/network/data/interfaces.tmp\n", "interfaces interfaces.tmp"},
-    {"temporary_file_on_a_full_disk", "ln -s data/interfaces interfaces && ln -s /dev/full data/interfaces.tmp", 1,
-     "3 Error write file /etc/network/data/interfaces.tmp\n"},
-    {"lock_held_by_another_writer", "ln -s data/interfaces interfaces", 1,
-     "3 IpConfigFileAccess::WriteIpPara(): Lock on /etc/network/data still held by another writer after 100 ms\n",
-     "interfaces", true},
-};
-
-INSTANTIATE_TEST_SUITE_P(Files, IpConfigPlacement, ::testing::ValuesIn(placementCases),
-                         [](const ::testing::TestParamInfo<PlacementCase>& info) {
-                             return std::string(info.param.name);
-                         });
 
 } // namespace
