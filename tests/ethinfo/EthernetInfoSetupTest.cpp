@@ -146,7 +146,7 @@ TEST_F(EthernetInfoSetup, TableRulesAsTheCasesSay)
             lines.push_back(Zel::Test::Unescape(line));
         }
         failMac = c.Has("MAC of eth2 fails");
-        const std::string mandatory = c.Has("mandatory") ? c["mandatory"].substr(0, c["mandatory"].size() - 1) : "";
+        const std::string mandatory = c.Has("mandatory") ? c.Line("mandatory") : "";
         const std::string error = Setup(lines, c.Has("mandatory") ? mandatory.c_str() : nullptr, !c.Has("no table"));
         EXPECT_EQ(error.empty() ? error : error + "\n", c.Has("error") ? c["error"] : "");
         EXPECT_EQ(Devices(), c["devices"]);

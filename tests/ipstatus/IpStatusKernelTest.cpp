@@ -43,7 +43,7 @@ TEST_F(KernelIpStatus, QueriesAnswerAndTraceAsTheCasesSay)
     const IpStatusSocketAccess access;
     for (const auto& c : Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/kernel.cases")) {
         SCOPED_TRACE(c.name);
-        const std::string query = c["query"].substr(0, c["query"].size() - 1);
+        const std::string query = c.Line("query");
         const std::size_t blank = query.find(' ');
         Zel::Test::LogCapture capture(8);
         BasicString result("unchanged");

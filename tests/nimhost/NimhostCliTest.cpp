@@ -43,13 +43,6 @@ const std::string loopbackBoard = R"(["Zel.Hardware.Nim.Modules.IEthernetInfoMod
 interfaces = [["1", "L", "lo", "0", "unsupported", "", "Internal"]]
 )";
 
-// The text of a case's section, without the line break that ends it.
-std::string Line(const Case& c, const std::string& section)
-{
-    const std::string& text = c[section];
-    return text.empty() || text.back() != '\n' ? text : text.substr(0, text.size() - 1);
-}
-
 // Replaces every placeholder in text.
 std::string Fill(std::string text, const std::string& placeholder, const std::string& value)
 {
@@ -68,14 +61,14 @@ TEST(NimhostCli, WrongInputGivesItsExitCodeAndMessageAndAJsonFailureDocument)
     const std::string board = directory.Write("board.toml", loopbackBoard);
     for (const auto& c : ReadCases(std::string(ZEL_TEST_CASES) + "/wrong-input.cases")) {
         SCOPED_TRACE(c.name);
-        const std::string arguments = Fill(Line(c, "args"), "<board>", board);
+        const std::string arguments = Fill(c.Line("args"), "<board>", board);
         const int exitCode = std::stoi(c["exit"]);
         const auto result = RunNimhost(Words(arguments));
         EXPECT_EQ(result.exitCode, exitCode);
         if (c.Has("stderr")) {
             EXPECT_EQ(result.err, c["stderr"]);
         } else {
-            EXPECT_NE(result.err.find(Line(c, "stderr contains")), std::string::npos) << result.err;
+            EXPECT_NE(result.err.find(c.Line("stderr contains")), std::string::npos) << result.err;
         }
         EXPECT_EQ(result.err.find("::"), std::string::npos) << result.err;
         EXPECT_EQ(result.out, "");
@@ -105,7 +98,7 @@ TEST(NimhostSettingsFile, EveryFaultIsExitTwoNamingFileLineColumnAndKey)
         if (c.Has("stderr")) {
             EXPECT_EQ(result.err, Fill(c["stderr"], "<file>", path));
         } else {
-            EXPECT_EQ(result.err.rfind(Fill(Line(c, "stderr starts"), "<file>", path), 0), 0U) << result.err;
+            EXPECT_EQ(result.err.rfind(Fill(c.Line("stderr starts"), "<file>", path), 0), 0U) << result.err;
         }
         EXPECT_EQ(result.out, "");
     }

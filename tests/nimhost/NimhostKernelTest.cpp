@@ -193,50 +193,19 @@ class NimhostIpConfig : public NimhostSandbox {};
 
 TEST_F(NimhostIpConfig, EverySetPrintsTheChangeIsReadBackAndStandsInTheFile)
 {
-    // The widest prefix, /32, is still an address.
-    for (const auto& [device, field, value, before] :
-         std::vector<std::array<std::string, 4>>{{"1", "address", "192.168.1.20/32", "eth0 address: 192.168.1.10"},
-                                                 {"1", "netmask", "255.255.0.0", "eth0 netmask: 255.255.255.0"},
-                                                 {"1", "gateway", "192.168.1.1", "eth0 gateway: 192.168.1.254"},
-                                                 {"1", "dns", "192.168.1.1 9.9.9.9", "eth0 dns: not set"},
-                                                 {"2", "mode", "static", "eth1 mode: dhcp"}}) {
-        SCOPED_TRACE(field);
-        const auto set = Nimhost({"ip", "set", device, field, value});
-        EXPECT_EQ(set.exitCode, 0) << set.err;
-        EXPECT_EQ(set.out, before + " -> " + value + "\n");
-        EXPECT_EQ(Nimhost({"ip", "get", device, field}).out, value + "\n");
+    for (const auto& c : ReadCases(std::string(ZEL_TEST_CASES) + "/ip-session.cases")) {
+        SCOPED_TRACE(c.name);
+        const auto result = Nimhost(Words(c.Line("args")));
+        EXPECT_EQ(result.exitCode, 0) << result.err;
+        if (c.Has("json")) {
+            EXPECT_EQ(Parse(result), json::parse(c["json"]));
+        } else {
+            EXPECT_EQ(result.out, c["stdout"]);
+        }
+        if (c.Has("interfaces after")) {
+            EXPECT_EQ(ReadFile(interfacesFile), c["interfaces after"]);
+        }
     }
-    const std::string written = R"(auto lo
-iface lo inet loopback
-
-auto eth0
-iface eth0 inet static
-    address 192.168.1.20/32
-    netmask 255.255.0.0
-    gateway 192.168.1.1
-    dns-nameservers 192.168.1.1 9.9.9.9
-
-auto eth1
-iface eth1 inet static
-
-)";
-    EXPECT_EQ(ReadFile(interfacesFile), written);
-    EXPECT_EQ(Nimhost({"ip", "get", "2", "dns"}).out, "not set\n");
-    EXPECT_EQ(Parse(Nimhost({"ip", "get", "2", "mode", "--json"})),
-              json::parse(R"({"device": 2, "field": "mode", "value": 0, "text": "static"})"));
-    EXPECT_EQ(Parse(Nimhost({"ip", "get", "2", "address", "--json"})),
-              json::parse(R"({"device": 2, "field": "address", "value": null})"));
-
-    // --dry-run shows the change and leaves the file as it is, byte for byte.
-    const auto dry = Nimhost({"ip", "set", "1", "netmask", "255.0.0.0", "--dry-run"});
-    EXPECT_EQ(dry.out, "eth0 netmask: 255.255.0.0 -> 255.0.0.0 (dry run: not written)\n");
-    EXPECT_EQ(Parse(Nimhost({"ip", "set", "1", "gateway", "192.168.1.2", "--dry-run", "--json"})),
-              json::parse(R"({"device": 1, "interfaceName": "eth0", "field": "gateway", "before": "192.168.1.1",
-                              "value": "192.168.1.2", "written": false, "result": 0})"));
-    EXPECT_EQ(ReadFile(interfacesFile), written);
-    // --force passes what the checks refuse.
-    EXPECT_EQ(Nimhost({"ip", "set", "1", "gateway", "fe80::1", "--force"}).out,
-              "eth0 gateway: 192.168.1.1 -> fe80::1\n");
 }
 
 // A setter the module refuses is exit 1 with its cause in the user's terms;
@@ -250,7 +219,7 @@ TEST_F(NimhostIpConfig, AFailedSetSaysWhyAndLeavesTheFile)
     for (const auto& c : ReadCases(std::string(ZEL_TEST_CASES) + "/failed-sets.cases")) {
         SCOPED_TRACE(c.name);
         const std::string file = c.Has("interfaces") ? c["interfaces"] : "";
-        const std::string arguments = c["args"].substr(0, c["args"].size() - 1);
+        const std::string arguments = c.Line("args");
         Zel::Test::Run("rm -f " + interfacesFile);
         if (!file.empty()) {
             WriteFile(interfacesFile, file);
@@ -397,32 +366,22 @@ TEST_F(NimhostWatch, TextLinesAndRepeatedLibraryMessagesPrintedOnceWithTheirCoun
     EXPECT_EQ(counted, 2U) << err;
 }
 
-// Kernel notifications in the sandbox, one row each: what the watch runs
-// with, what happens to the links, and the events (JSON subsets) that must
-// follow in this order.
-struct WatchEventRow {
-    const char* name;
-    std::vector<std::string> options;
-    std::string action;
-    std::vector<json> expected;
-    std::string error;
-};
-
-void PrintTo(const WatchEventRow& row, std::ostream* out)
-{
-    *out << row.name;
-}
-
-class NimhostWatchEvents : public NimhostWatch, public testing::WithParamInterface<WatchEventRow> {};
+// Kernel notifications in the sandbox: the cases of watch-events.cases.
+class NimhostWatchEvents : public NimhostWatch, public testing::WithParamInterface<Case> {};
 
 TEST_P(NimhostWatchEvents, ChangesFollowTheKernelsNotifications)
 {
-    const auto& row = GetParam();
-    auto options = row.options;
+    const Case& c = GetParam();
+    auto options = c.Has("options") ? Words(c.Line("options")) : std::vector<std::string>{};
     options.push_back("--json");
     Start(options);
     ASSERT_EQ(Lines(2).size(), 2U);
-    ASSERT_EQ(Zel::Test::Run(row.action), 0) << row.action;
+    ASSERT_EQ(Zel::Test::Run(c["action"]), 0) << c["action"];
+    std::vector<json> expected;
+    for (const auto& line : Split(c["events"])) {
+        expected.push_back(json::parse(line));
+    }
+    const std::string error = c.Has("stderr contains") ? c["stderr contains"] : "";
     std::size_t found = 0;
     WaitUntil(
         [&] {
@@ -430,48 +389,23 @@ TEST_P(NimhostWatchEvents, ChangesFollowTheKernelsNotifications)
             for (const auto& line : Lines(0)) {
                 const auto event = json::parse(line);
                 auto merged = event;
-                if (found < row.expected.size()) {
-                    merged.update(row.expected[found]);
+                if (found < expected.size()) {
+                    merged.update(expected[found]);
                 }
-                if (found < row.expected.size() && event == merged) {
+                if (found < expected.size() && event == merged) {
                     ++found;
                 }
             }
-            return found == row.expected.size() && ReadIfThere(run.Path("err")).find(row.error) != std::string::npos;
+            return found == expected.size() && ReadIfThere(run.Path("err")).find(error) != std::string::npos;
         },
-        8s); // below watch's 10 s re-read of every port, which would hide a missed notification
-    EXPECT_EQ(found, row.expected.size()) << ReadIfThere(run.Path("out"));
-    EXPECT_NE(ReadIfThere(run.Path("err")).find(row.error), std::string::npos) << ReadIfThere(run.Path("err"));
+        8s);
+    EXPECT_EQ(found, expected.size()) << ReadIfThere(run.Path("out"));
+    EXPECT_NE(ReadIfThere(run.Path("err")).find(error), std::string::npos) << ReadIfThere(run.Path("err"));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Rows, NimhostWatchEvents,
-    testing::Values(
-        // The flap of eth1 comes back within the debounce time and is dropped;
-        // eth0's down is reported once the time is up, and ends the watch.
-        WatchEventRow{"debounce",
-                      {"--debounce", "1500", "--count", "1"},
-                      "ip link set eth1p down && ip link set eth1p up && ip link set eth0 down",
-                      {json{{"event", "change"}, {"device", 1}, {"linkState", 0}}},
-                      ""},
-        // A receive buffer too small for one burst: the kernel drops
-        // notifications, and watch reads every port again.
-        WatchEventRow{"overrun",
-                      {"--receive-buffer", "1"},
-                      "printf 'link set eth0p down\nlink set eth0p up\nlink set eth0 down\nlink set eth0 up\n"
-                      "link set eth0p down\nlink set eth0p up\nlink set eth1p down\n' | ip -batch -",
-                      {json{{"event", "change"}, {"device", 2}, {"linkState", 255}}},
-                      "nimhost: watch: link notifications were lost (receive buffer overrun); reading every port "
-                      "again\n"},
-        // A board interface that goes and comes back is reported, not fatal.
-        WatchEventRow{"interfaces",
-                      {},
-                      "ip link del eth1 && ip link add eth1 type veth peer name eth1p && ip link set eth0 down",
-                      {json{{"event", "disappeared"}, {"interfaceName", "eth1"}},
-                       json{{"event", "appeared"}, {"interfaceName", "eth1"}},
-                       json{{"event", "change"}, {"device", 1}, {"linkState", 0}}},
-                      ""}),
-    [](const testing::TestParamInfo<WatchEventRow>& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Rows, NimhostWatchEvents,
+                         testing::ValuesIn(ReadCases(std::string(ZEL_TEST_CASES) + "/watch-events.cases")),
+                         [](const testing::TestParamInfo<Case>& info) { return info.param.name; });
 
 // ---- metrics ----
 

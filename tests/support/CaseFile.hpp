@@ -16,6 +16,7 @@
 #include "ScratchDirectory.hpp"
 
 #include <map>
+#include <ostream>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -37,7 +38,19 @@ struct Case {
         }
         return found->second;
     }
+    // A one-line section's text, without its line break.
+    std::string Line(const std::string& section) const
+    {
+        const std::string& text = (*this)[section];
+        return text.empty() || text.back() != '\n' ? text : text.substr(0, text.size() - 1);
+    }
 };
+
+// A case shows as its name in gtest's messages.
+inline void PrintTo(const Case& c, std::ostream* out)
+{
+    *out << c.name;
+}
 
 inline std::string Unescape(const std::string& text)
 {
