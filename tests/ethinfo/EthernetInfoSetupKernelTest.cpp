@@ -22,16 +22,10 @@
 namespace {
 
 using namespace std::chrono_literals;
-using Zel::Hardware::Commons::Modules::HardwareModuleProvider;
-using Zel::Hardware::Commons::Modules::ModuleSettings;
-using Zel::Hardware::Commons::Modules::SettingField;
+using namespace Zel::Hardware::Commons::Modules;
 using Zel::Hardware::Modules::Nim::Linux::EthernetInfoModule;
-using Zel::Hardware::Nim::LinkDuplex;
-using Zel::Hardware::Nim::LinkSpeed;
-using Zel::Hardware::Nim::LinkState;
-using Zel::Hardware::Nim::NetworkInterfaceType;
-using Zel::System::Commons::BasicString;
-using Zel::System::Commons::InvalidOperationException;
+using namespace Zel::Hardware::Nim;
+using namespace Zel::System::Commons;
 
 ModuleSettings Settings(const std::vector<std::vector<BasicString>>& lines)
 {

@@ -24,11 +24,9 @@
 
 namespace {
 
-using Zel::Hardware::Commons::Modules::HardwareModuleProvider;
-using Zel::Hardware::Commons::Modules::ModuleSettings;
+using namespace Zel::Hardware::Commons::Modules;
 using Zel::Hardware::Modules::Nim::Linux::EthernetInfoModule;
-using Zel::System::Commons::BasicString;
-using Zel::System::Commons::InvalidOperationException;
+using namespace Zel::System::Commons;
 using Zel::System::Commons::Diagnostics::RuntimeTypeInfo;
 using Line = std::vector<BasicString>;
 

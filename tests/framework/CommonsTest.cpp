@@ -30,8 +30,7 @@ namespace {
 
 using namespace Zel::System::Commons;
 using namespace Zel::Hardware::Nim;
-using ::testing::StrEq;
-using ::testing::ThrowsMessage;
+using namespace ::testing;
 using Zel::System::Commons::Diagnostics::RuntimeTypeInfo;
 
 TEST(Exceptions, CarryMessageAndStackAndArgumentExceptionsNameArgumentAndValue)

@@ -58,8 +58,7 @@ using namespace Zel::Test::LoggingSubjects;
 using namespace Zel::System::Commons;
 using namespace Zel::System::Commons::Logging;
 using namespace ::testing;
-using Zel::Test::LogCapture;
-using Zel::Test::LogRecord;
+using namespace Zel::Test;
 
 LogManager& Manager()
 {

@@ -21,8 +21,7 @@
 
 namespace {
 
-using Zel::Hardware::Commons::Modules::HardwareModuleProvider;
-using Zel::Hardware::Commons::Modules::ModuleSettings;
+using namespace Zel::Hardware::Commons::Modules;
 using Zel::Hardware::Modules::Commons::Linux::IpStatusSocketAccess;
 using Zel::Hardware::Modules::Nim::Linux::IpStatusModule;
 using Zel::System::Commons::BasicString;

@@ -28,12 +28,10 @@
 
 namespace {
 
-using Zel::Hardware::Commons::Modules::HardwareModuleProvider;
-using Zel::Hardware::Commons::Modules::ModuleSettings;
+using namespace Zel::Hardware::Commons::Modules;
 using Zel::Hardware::Modules::Commons::Linux::IpStatusSocketAccess;
 using Zel::Hardware::Modules::Nim::Linux::IpStatusModule;
-using Zel::System::Commons::BasicString;
-using Zel::System::Commons::InvalidOperationException;
+using namespace Zel::System::Commons;
 using Zel::Test::StandInEthernetInfo;
 
 const std::string gatewayTrace = "IpStatusSocketAccess::GetCurrentDefaultGateway(): ";

@@ -20,12 +20,8 @@
 namespace {
 
 using Zel::Hardware::Commons::Modules::ModuleSettings;
-using Zel::Hardware::Modules::Nim::Linux::Internal::EthPortInfoSwitchKSZ8794;
-using Zel::Hardware::Modules::Nim::Linux::Internal::EthPortInfoSysFile;
-using Zel::Hardware::Modules::Nim::Linux::Internal::IEthPortInfo;
-using Zel::Hardware::Nim::LinkDuplex;
-using Zel::Hardware::Nim::LinkSpeed;
-using Zel::Hardware::Nim::LinkState;
+using namespace Zel::Hardware::Modules::Nim::Linux::Internal;
+using namespace Zel::Hardware::Nim;
 using Zel::System::Commons::InvalidOperationException;
 using Zel::Test::OpenDescriptorCount;
 

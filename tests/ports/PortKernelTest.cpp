@@ -21,12 +21,8 @@ namespace {
 
 using namespace std::chrono_literals;
 using Zel::Hardware::Commons::Modules::ModuleSettings;
-using Zel::Hardware::Modules::Nim::Linux::Internal::EthPortInfoI210Drv;
-using Zel::Hardware::Modules::Nim::Linux::Internal::EthPortInfoSysFile;
-using Zel::Hardware::Modules::Nim::Linux::Internal::IEthPortInfo;
-using Zel::Hardware::Nim::LinkDuplex;
-using Zel::Hardware::Nim::LinkSpeed;
-using Zel::Hardware::Nim::LinkState;
+using namespace Zel::Hardware::Modules::Nim::Linux::Internal;
+using namespace Zel::Hardware::Nim;
 using Zel::Test::NetSandbox;
 
 // Carrier changes reach the flags and operstate through the kernel's link

@@ -25,23 +25,14 @@
 namespace {
 
 using Zel::Hardware::Commons::Modules::ModuleSettings;
-using Zel::Hardware::Nim::LinkDuplex;
-using Zel::Hardware::Nim::LinkSpeed;
-using Zel::Hardware::Nim::LinkState;
-using Zel::System::Commons::ArgumentException;
-using Zel::System::Commons::Exception;
-using Zel::System::Commons::InvalidOperationException;
-using Zel::System::Commons::NotSupportedException;
-using Zel::Test::ExpectThrow;
-using Zel::Test::OpenDescriptorCount;
-using Zel::Test::SpiDevice;
-using Zel::Test::SpiEmulator;
+using namespace Zel::Hardware::Nim;
+using namespace Zel::System::Commons;
+using namespace Zel::Test;
 using Ksz8794 = Zel::Hardware::Modules::Nim::Linux::Internal::EthPortInfoSwitchKSZ8794spi;
 using Ksz8863 = Zel::Hardware::Modules::Nim::Linux::Internal::EthPortInfoSwitchKSZ8863gpio;
 using IEthPortInfo = Zel::Hardware::Modules::Nim::Linux::Internal::IEthPortInfo;
 using Bytes = std::vector<std::uint8_t>;
-using Zel::Hardware::Modules::Nim::Linux::Internal::SpiSwitchChip;
-using Zel::Hardware::Modules::Nim::Linux::Internal::SpiSwitchRegisterReader;
+using namespace Zel::Hardware::Modules::Nim::Linux::Internal;
 
 const std::string Node8794 = "/dev/zel-emulated/spidev1.0";
 const std::string Node8863 = "/dev/zel-emulated/spidev2.1";

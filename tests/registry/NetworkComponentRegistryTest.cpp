@@ -17,12 +17,9 @@
 
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::StrEq;
-using ::testing::ThrowsMessage;
+using namespace ::testing;
 using Zel::Hardware::Modules::Nim::Linux::NetworkComponentRegistrationModule;
-using Zel::System::Commons::ArgumentException;
-using Zel::System::Commons::BasicString;
+using namespace Zel::System::Commons;
 using Zel::Test::LogRecord;
 
 using Names = std::vector<BasicString>;

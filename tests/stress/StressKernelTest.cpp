@@ -41,10 +41,8 @@
 namespace {
 
 using Zel::Hardware::Commons::Modules::ModuleSettings;
-using Zel::System::Commons::AppDomain;
-using Zel::System::Commons::BasicString;
-using Zel::System::Commons::Logging::LogAdapter;
-using Zel::System::Commons::Logging::LogManager;
+using namespace Zel::System::Commons;
+using namespace Zel::System::Commons::Logging;
 
 constexpr int queryThreads = 8;
 constexpr int iterationsPerThread = 120;
