@@ -27,35 +27,21 @@ using namespace std::chrono_literals;
 using nlohmann::json;
 
 const std::string interfacesFile = "/etc/network/interfaces";
-const std::string interfacesText = R"(auto lo
-iface lo inet loopback
+// The sandbox's /etc/network/interfaces: a static block for eth0, a dhcp
+// block for eth1.
+const std::string interfacesText = ReadFile(ZEL_TEST_CASES "/interfaces");
 
-auto eth0
-iface eth0 inet static
-    address 192.168.1.10
-    netmask 255.255.255.0
-    gateway 192.168.1.254
-
-auto eth1
-iface eth1 inet dhcp
-
-)";
-
-// Device 1 = eth0 (X1, port P1), device 2 = eth1 (X2, port P2), both needed.
-std::string BoardSettings(const std::string& extraLines = "")
+// The board of cases/board.toml (device 1 = eth0, X1, port P1; device 2 =
+// eth1, X2, port P2; both needed), with a third device where given: its
+// table line and the directory its sysfs port reads.
+std::string BoardSettings(const std::string& thirdLine = "", const std::string& thirdPath = "")
 {
-    return std::string(R"(["Zel.Hardware.Nim.Modules.IEthernetInfoModule"]
-mandatoryInterfaces = "2"
-"path.1.1.sysFile" = "/sys/class/net/eth0/"
-"path.2.1.sysFile" = "/sys/class/net/eth1/"
-)") + (extraLines.empty() ? "" : "\"path.3.1.sysFile\" = \"/sys/class/net/eth2/\"\n") +
-        R"(
-["Zel.Hardware.Nim.Modules.IEthernetInfoModule".fields]
-interfaces = [
-  ["1", "X1", "eth0", "1", "sysFile", "P1", "Ethernet"],
-  ["2", "X2", "eth1", "1", "sysFile", "P2", "Fieldbus"],
-)" + extraLines +
-        "]\n";
+    std::string board = ReadFile(ZEL_TEST_CASES "/board.toml");
+    if (!thirdLine.empty()) {
+        board.insert(board.rfind(']'), "  " + thirdLine + ",\n");
+        board.insert(board.find("\n\n") + 1, "\"path.3.1.sysFile\" = \"" + thirdPath + "\"\n");
+    }
+    return board;
 }
 
 std::string Operstate(const std::string& name)
@@ -214,8 +200,9 @@ TEST_F(NimhostIpConfig, AFailedSetSaysWhyAndLeavesTheFile)
 {
     // eth2 exists but has no block in the file.
     NetSandbox().Veth("eth2", "eth2p").Up();
-    settings = directory.Write("three.toml", BoardSettings(R"(  ["3", "X3", "eth2", "1", "sysFile", "P3", "Ethernet"],
-)"));
+    settings = directory.Write("three.toml",
+                               BoardSettings(R"(["3", "X3", "eth2", "1", "sysFile", "P3", "Ethernet"])",
+                                             "/sys/class/net/eth2/"));
     for (const auto& c : ReadCases(std::string(ZEL_TEST_CASES) + "/failed-sets.cases")) {
         SCOPED_TRACE(c.name);
         const std::string file = c.Has("interfaces") ? c["interfaces"] : "";
@@ -416,10 +403,8 @@ TEST_F(NimhostReport, MetricsPassPromtoolAndLeaveUnknownValuesOut)
     const std::string port = directory.Path("port3") + "/";
     Zel::Test::Run("mkdir -p " + port + " && printf 'up\\n' >" + port + "operstate && printf '100\\n' >" + port +
                    "speed && printf 'half\\n' >" + port + "duplex");
-    std::string board = BoardSettings(R"(  ["3", "X3", "lo", "1", "sysFile", "P\"3", "Internal"],
-)");
-    board.replace(board.find("/sys/class/net/eth2/"), std::string("/sys/class/net/eth2/").size(), port);
-    settings = directory.Write("three.toml", board);
+    settings =
+        directory.Write("three.toml", BoardSettings(R"(["3", "X3", "lo", "1", "sysFile", "P\"3", "Internal"])", port));
 
     const auto result = Nimhost({"metrics", "--output", directory.Path("nim.prom")});
     ASSERT_EQ(result.exitCode, 0) << result.err;
