@@ -3,6 +3,7 @@
 // ipconfig.scenario). Both modules come from the plug-in's factories and the
 // Ethernet information module maps device numbers to the sandbox's
 // interfaces, as on a controller.
+#include "Checks.hpp"
 #include "MemoryLogSink.hpp"
 #include "Sandbox.hpp"
 #include "TestFiles.hpp"
@@ -147,8 +148,8 @@ TEST_F(IpConfigModuleSandbox, ValueSettersMakeTheInterfaceStatic)
 TEST_F(IpConfigModuleSandbox, MissingFileOrValuesFailGettersAndSetters)
 {
     LogCapture capture(8);
-    EXPECT_EQ("IpConfigModule::GetSubnetMask(): ReadValueFromInterface() returned 1",
-              MessageOf<InvalidOperationException>([&] { ipConfig->GetSubnetMask(1); }));
+    Zel::Test::ExpectThrow<InvalidOperationException>(
+        [&] { ipConfig->GetSubnetMask(1); }, "IpConfigModule::GetSubnetMask(): ReadValueFromInterface() returned 1");
     EXPECT_TRUE(capture.Contains(3, "Error open file /etc/network/interfaces"));
     EXPECT_EQ(AccessErrorCode::Failed, ipConfig->SetIpAssignMode(1, IpAssignMode::Dhcp));
     EXPECT_TRUE(capture.Contains(7, "IpConfigModule::SetIpAssignMode(): WriteValueToInterface() returned 1"));
@@ -158,8 +159,9 @@ TEST_F(IpConfigModuleSandbox, MissingFileOrValuesFailGettersAndSetters)
 
     const std::string content = "iface eth0 inet static\n    address 10.0.0.1\n    gateway   \niface eth1 inet dhcp";
     WriteFile(interfacesFile, content);
-    EXPECT_EQ("IpConfigModule::GetDeviceIpAddress(): ReadValueFromInterface() returned 1",
-              MessageOf<InvalidOperationException>([&] { ipConfig->GetIpAddress(2); }));
+    Zel::Test::ExpectThrow<InvalidOperationException>(
+        [&] { ipConfig->GetIpAddress(2); },
+        "IpConfigModule::GetDeviceIpAddress(): ReadValueFromInterface() returned 1");
     EXPECT_THROW(ipConfig->GetDefaultGateway(1), std::out_of_range); // the key ends its line
     // eth1's block is the last line of the file: no room for a parameter.
     EXPECT_EQ(AccessErrorCode::Failed, ipConfig->SetDnsNameservers(2, "10.0.0.53"));

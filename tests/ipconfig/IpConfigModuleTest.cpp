@@ -2,6 +2,7 @@
 // device numbers the module rejects itself (22, behind a stand-in that names
 // any number) and assignment modes without a name. Reading and writing the
 // file runs in the network sandbox (IpConfigModuleKernelTest.cpp).
+#include "Checks.hpp"
 #include "MemoryLogSink.hpp"
 #include "StandInEthernetInfo.hpp"
 #include "TestFiles.hpp"
@@ -23,7 +24,6 @@ using namespace Zel::Hardware::Nim;
 using namespace Zel::System::Commons;
 using namespace Zel::Test;
 using Zel::Hardware::Modules::Nim::Linux::IpConfigModule;
-using Zel::Test::IpConfig::MessageOf;
 
 TEST(IpConfigModuleSetup, NeedsAnEthernetInfoModule)
 {
@@ -35,8 +35,8 @@ TEST(IpConfigModuleSetup, NeedsAnEthernetInfoModule)
         if (withImpostor) {
             provider.AddHardwareModule("Zel.Hardware.Nim.Modules.IEthernetInfoModule", impostor);
         }
-        EXPECT_EQ("IpConfigModule::SetupSettings(): ethInfoModule is NULL!",
-                  MessageOf<InvalidOperationException>([&] { module.SetupSettings(ModuleSettings(), provider); }));
+        Zel::Test::ExpectThrow<InvalidOperationException>([&] { module.SetupSettings(ModuleSettings(), provider); },
+                                                          "IpConfigModule::SetupSettings(): ethInfoModule is NULL!");
     }
     EXPECT_EQ(2u, capture.Count(7, "IpConfigModule::SetupSettings()"));
     module.Dispose();
@@ -87,8 +87,9 @@ TEST_F(IpConfigModuleDevices, OwnRangeTestGives22ToGettersAnd1ToSetters)
         const std::string number = std::to_string(device);
         for (const auto& [name, call] : getters) {
             LogCapture capture(8);
-            EXPECT_EQ(std::string("IpConfigModule::") + name + "(): ReadValueFromInterface() returned 22",
-                      MessageOf<InvalidOperationException>([&] { call(module, device); }));
+            Zel::Test::ExpectThrow<InvalidOperationException>([&] { call(module, device); },
+                                                              std::string("IpConfigModule::") + name +
+                                                                  "(): ReadValueFromInterface() returned 22");
             EXPECT_TRUE(capture.Contains(8,
                                          "IpConfigModule::ReadValueFromInterface(): device " + number +
                                              " interfaceName eth" + number));
@@ -135,8 +136,9 @@ TEST_F(IpConfigModuleDevices, UnnamedAssignModeThrowsBeforeTheDeviceIsChecked)
     for (const unsigned int device : {1u, 0u}) {
         for (const int value : {6, 42, 255}) {
             LogCapture capture(8);
-            EXPECT_EQ("Invalid value for Enum 'Zel::Hardware::Nim::IpAssignMode' occurs: " + std::to_string(value),
-                      MessageOf<Exception>([&] { module.SetIpAssignMode(device, static_cast<IpAssignMode>(value)); }));
+            Zel::Test::ExpectThrow<Exception>([&] { module.SetIpAssignMode(device, static_cast<IpAssignMode>(value)); },
+                                              "Invalid value for Enum 'Zel::Hardware::Nim::IpAssignMode' occurs: " +
+                                                  std::to_string(value));
             EXPECT_TRUE(capture.Contains(8,
                                          "IpConfigModule::SetIpAssignMode(): " + std::to_string(device) + ", " +
                                              std::to_string(value)));

@@ -1,12 +1,11 @@
 // What the IP configuration tests share beyond the scratch directory: the
-// parameter order the module hands its file access, and exception texts.
+// parameter order the module hands its file access.
 #pragma once
 
 #include "ScratchDirectory.hpp"
 
 #include <Zel/System/Commons/BasicString.hpp>
 
-#include <functional>
 #include <vector>
 
 namespace Zel::Test::IpConfig {
@@ -23,17 +22,5 @@ inline bool Exists(const std::string& path)
 
 inline const std::vector<Zel::System::Commons::BasicString> parameterOrder{"address", "netmask", "gateway",
                                                                            "dns-nameservers"};
-
-// The what() of the ExceptionType that call throws.
-template <typename ExceptionType>
-std::string MessageOf(const std::function<void()>& call)
-{
-    try {
-        call();
-    } catch (const ExceptionType& e) {
-        return e.what();
-    }
-    return "<nothing thrown>";
-}
 
 } // namespace Zel::Test::IpConfig
