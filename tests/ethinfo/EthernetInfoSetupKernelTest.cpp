@@ -94,7 +94,7 @@ TEST_F(EthernetInfoSetup, InterfaceListAndMacAreTheKernelsCurrentOnes)
     };
     EXPECT_EQ(module.GetListOfInterfaceNames().front(), "lo");
     EXPECT_TRUE(has("eth9"));
-    Zel::Test::NetSandbox().Delete("eth9");
+    Zel::Test::NetSandbox().Ip("link del dev eth9");
     EXPECT_FALSE(has("eth9"));
     EXPECT_TRUE(has("eth2"));
 

@@ -100,9 +100,10 @@ protected:
     void SetUp() override
     {
         ZEL_REQUIRE_SANDBOX();
-        NetSandbox().Veth("eth0", "eth0p").Mac("02:00:00:00:00:01").Address("192.168.1.10/24").Up();
-        NetSandbox().Route("default via 192.168.1.1 dev eth0");
-        NetSandbox().Veth("eth1", "eth1p").Mac("02:00:00:00:00:02").Address("10.0.0.10/8").Up();
+        NetSandbox().Veth("eth0", "eth0p").Ip("link set dev eth0 address 02:00:00:00:00:01").Up();
+        NetSandbox().Ip("addr add 192.168.1.10/24 dev eth0").Ip("route add default via 192.168.1.1 dev eth0");
+        NetSandbox().Veth("eth1", "eth1p").Ip("link set dev eth1 address 02:00:00:00:00:02").Up();
+        NetSandbox().Ip("addr add 10.0.0.10/8 dev eth1");
         // The kernel publishes the carrier asynchronously.
         ASSERT_TRUE(WaitUntil([] { return Operstate("eth0") == "up" && Operstate("eth1") == "up"; }, 10s));
         WriteFile(interfacesFile, interfacesText);
@@ -238,9 +239,8 @@ TEST_F(NimhostStatus, StatusShowsTheKernelsCurrentValues)
     // Live means live: a changed address and route show at once.
     NetSandbox()
         .Ip("addr flush dev eth1")
-        .Interface("eth1")
-        .Address("172.16.5.6/12")
-        .Route("default via 172.16.0.1 dev eth1 metric 5");
+        .Ip("addr add 172.16.5.6/12 dev eth1")
+        .Ip("route add default via 172.16.0.1 dev eth1 metric 5");
     EXPECT_EQ(Nimhost({"status", "2"}).out, "address  172.16.5.6\nnetmask  255.240.0.0\ngateway  172.16.0.1\n");
 }
 

@@ -79,14 +79,6 @@ NetSandbox& NetSandbox::Ip(const std::string& arguments)
     return *this;
 }
 
-const std::string& NetSandbox::Current(const char* what) const
-{
-    if (current_.empty()) {
-        throw std::logic_error(std::string("NetSandbox::") + what + ": no interface chosen (call Veth or Interface)");
-    }
-    return current_;
-}
-
 NetSandbox& NetSandbox::Veth(const std::string& name, const std::string& peer)
 {
     Ip("link add name " + name + " type veth peer name " + peer).SetLinkUp(peer);
@@ -94,30 +86,9 @@ NetSandbox& NetSandbox::Veth(const std::string& name, const std::string& peer)
     return *this;
 }
 
-NetSandbox& NetSandbox::Interface(const std::string& name)
-{
-    current_ = name;
-    return *this;
-}
-
-NetSandbox& NetSandbox::Mac(const std::string& mac)
-{
-    return Ip("link set dev " + Current("Mac") + " address " + mac);
-}
-
-NetSandbox& NetSandbox::Address(const std::string& cidr)
-{
-    return Ip("addr add " + cidr + " dev " + Current("Address"));
-}
-
 NetSandbox& NetSandbox::Up()
 {
-    return SetLinkUp(Current("Up"));
-}
-
-NetSandbox& NetSandbox::Route(const std::string& route)
-{
-    return Ip("route add " + route);
+    return SetLinkUp(current_);
 }
 
 NetSandbox& NetSandbox::SetLinkUp(const std::string& name)
@@ -128,13 +99,6 @@ NetSandbox& NetSandbox::SetLinkUp(const std::string& name)
 NetSandbox& NetSandbox::SetLinkDown(const std::string& name)
 {
     return Ip("link set dev " + name + " down");
-}
-
-NetSandbox& NetSandbox::Delete(const std::string& name)
-{
-    Ip("link del dev " + name);
-    current_ = current_ == name ? std::string() : current_;
-    return *this;
 }
 
 } // namespace Zel::Test

@@ -29,34 +29,23 @@ std::string RunOutput(const std::string& shellCommand);
 // has passed; returns the last result. Use instead of sleeping in tests.
 bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds deadline);
 
-// Sets up links, addresses and routes of the sandbox by running `ip`.
-// Every call throws std::runtime_error with the command and its output when
-// `ip` fails. Calls that take no interface name act on the interface chosen
-// last by Veth() or Interface().
+// Sets up the links of the sandbox by running `ip`. Every call throws
+// std::runtime_error with the command and its output when `ip` fails. Up()
+// acts on the interface made last by Veth().
 //
-//   NetSandbox().Veth("eth0", "eth0p").Mac("02:00:00:00:00:01")
-//               .Address("192.168.1.10/24").Up()
-//               .Route("default via 192.168.1.1 dev eth0 metric 5");
+//   NetSandbox().Veth("eth0", "eth0p").Ip("addr add 192.168.1.10/24 dev eth0").Up();
 class NetSandbox {
 public:
     // Creates a veth pair; `peer` (the "switch" end) is brought up at once,
-    // `name` stays down until Up(), and becomes the current interface.
+    // `name` stays down until Up().
     NetSandbox& Veth(const std::string& name, const std::string& peer);
-    // Makes an existing interface (e.g. "lo") the current one.
-    NetSandbox& Interface(const std::string& name);
-    NetSandbox& Mac(const std::string& mac);
-    NetSandbox& Address(const std::string& cidr);
     NetSandbox& Up();
-    // `ip route add <route>`, e.g. "default via 192.168.1.1 dev eth0 metric 5".
-    NetSandbox& Route(const std::string& route);
     NetSandbox& SetLinkUp(const std::string& name);
     NetSandbox& SetLinkDown(const std::string& name);
-    NetSandbox& Delete(const std::string& name);
-    // Any other `ip` command, e.g. Ip("addr flush dev eth0").
+    // Any `ip` command, e.g. Ip("addr flush dev eth0").
     NetSandbox& Ip(const std::string& arguments);
 
 private:
-    const std::string& Current(const char* what) const;
     std::string current_;
 };
 
