@@ -13,7 +13,6 @@
 #include <Zel/System/Commons/Diagnostics/RuntimeTypeInfo.hpp>
 #include <Zel/System/Commons/Exception.hpp>
 
-#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <sstream>

@@ -3,13 +3,11 @@
 #include "CaseFile.hpp"
 #include "NimhostProcess.hpp"
 
-#include <fmt/format.h>
-#include <fmt/ranges.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <filesystem>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace Zel::Test {

@@ -13,7 +13,6 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <array>
 #include <filesystem>
 #include <regex>
 #include <string>
