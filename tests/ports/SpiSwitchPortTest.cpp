@@ -55,15 +55,15 @@ const std::string NoHandle = "Error in ReadRegister(): Handle invalid.fdSpi = -1
 // default clock, word size and delays.
 void ExpectCommands(const SpiDevice& device, const std::vector<Bytes>& expected)
 {
-    const auto transfers = device.Transfers();
-    ASSERT_EQ(transfers.size(), expected.size());
+    const auto state = device.State();
+    ASSERT_EQ(state.transfers.size(), expected.size());
     for (std::size_t i = 0; i < expected.size(); ++i) {
-        EXPECT_EQ(transfers[i].sent, expected[i]) << i;
-        EXPECT_EQ(transfers[i].length, 3U);
-        EXPECT_TRUE(transfers[i].defaultsOnly);
+        EXPECT_EQ(state.transfers[i].sent, expected[i]) << i;
+        EXPECT_EQ(state.transfers[i].length, 3U);
+        EXPECT_TRUE(state.transfers[i].defaultsOnly);
     }
-    EXPECT_EQ(device.ForeignRequests(), 0);
-    EXPECT_EQ(device.LastOpenFlags() & O_ACCMODE, O_RDWR);
+    EXPECT_EQ(state.foreignRequests, 0);
+    EXPECT_EQ(state.lastOpenFlags & O_ACCMODE, O_RDWR);
 }
 
 class SpiSwitchPort : public ::testing::Test {
@@ -150,7 +150,7 @@ TEST_F(SpiSwitchPort, FailedReadsGiveUnknownCodesWithOneMessageEach)
     EXPECT_EQ(port8794->GetPortLinkState(), LinkState::Unknown);
     EXPECT_EQ(port8794->GetPortLinkSpeed(), LinkSpeed::Unknown);
     spi8794.FailTransfers(false);
-    spi8794.FailReadsOf(0x1F, true);
+    spi8794.FailReadsOf(0x1F);
     EXPECT_EQ(port8794->GetPortLinkDuplex(), LinkDuplex::Unknown);
     EXPECT_EQ(capture.Count(3, Failed8794), 3U);
 
@@ -187,7 +187,7 @@ TEST_F(SpiSwitchPort, ChipCheckFailuresStopSetUp)
                                .Register(1, static_cast<std::uint8_t>(std::stoul(fields.at(2), nullptr, 0)))
                                .Build(is8794 ? Node8794 : Node8863);
         if (!fields.at(3).empty()) {
-            device.FailReadsOf(static_cast<unsigned int>(std::stoul(fields.at(3))), true);
+            device.FailReadsOf(static_cast<unsigned int>(std::stoul(fields.at(3))));
         }
         try {
             is8794 ? (void)Make8794(1) : (void)Make8863(1);
@@ -291,7 +291,7 @@ TEST_F(SpiSwitchPort, ReaderChecksTheChipOnceAndSendsEachChipsCommand)
         reader.Close();
         EXPECT_FALSE(reader.Read(0xAB, value));
     }
-    EXPECT_EQ(capture.Count(3, "Error in ReadRegister(): Handle invalid.fdSpi = -1"), 4U);
+    EXPECT_EQ(capture.Count(3, NoHandle), 4U);
 }
 
 } // namespace

@@ -13,6 +13,8 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -27,31 +29,64 @@ struct SpiTransfer {
     bool defaultsOnly = false;
 };
 
-struct SpiDeviceState;
+// A node's registers, its faults and what it has seen; guarded by SpiLock().
+struct SpiDeviceState {
+    std::string path;
+    bool ksz8794 = true;
+    std::vector<std::uint8_t> registers;
+    bool failTransfers = false; // every transfer fails with EIO
+    std::set<unsigned int> failingReads; // the transfers reading these fail with EIO
+    std::vector<SpiTransfer> transfers;
+    int openCount = 0; // successful opens of the node so far
+    int lastOpenFlags = -1;
+    int foreignRequests = 0; // ioctls other than SPI_IOC_MESSAGE(1), answered with ENOTTY
+};
+
+std::mutex& SpiLock();
 
 // The node while it exists; destroying it removes the path (descriptors that
 // are still open keep answering).
 class SpiDevice {
 public:
-    explicit SpiDevice(std::shared_ptr<SpiDeviceState> state);
+    explicit SpiDevice(std::shared_ptr<SpiDeviceState> state) : state(std::move(state)) {}
     ~SpiDevice();
     SpiDevice(const SpiDevice&) = delete;
     SpiDevice& operator=(const SpiDevice&) = delete;
 
-    const std::string& Path() const;
-    void SetRegister(unsigned int address, std::uint8_t value);
-    // Makes every following transfer fail (-1, errno EIO), or succeed again.
-    void FailTransfers(bool fail);
-    // Makes the transfers that read `address` fail, or succeed again.
-    void FailReadsOf(unsigned int address, bool fail);
-
-    std::vector<SpiTransfer> Transfers() const;
-    void ClearTransfers();
-    int OpenCount() const; // successful opens of the node so far
-    int LastOpenFlags() const;
-    int ForeignRequests() const; // ioctls other than SPI_IOC_MESSAGE(1), answered with ENOTTY
+    const std::string& Path() const { return state->path; }
+    void SetRegister(unsigned int address, std::uint8_t value)
+    {
+        Change([&](auto& s) { s.registers.at(address) = value; });
+    }
+    void FailTransfers(bool fail)
+    {
+        Change([&](auto& s) { s.failTransfers = fail; });
+    }
+    void FailReadsOf(unsigned int address)
+    {
+        Change([&](auto& s) { s.failingReads.insert(address); });
+    }
+    void ClearTransfers()
+    {
+        Change([](auto& s) { s.transfers.clear(); });
+    }
+    // A copy of the state as it is now.
+    SpiDeviceState State() const
+    {
+        std::lock_guard<std::mutex> guard(SpiLock());
+        return *state;
+    }
+    std::vector<SpiTransfer> Transfers() const { return State().transfers; }
+    int OpenCount() const { return State().openCount; }
 
 private:
+    template <typename Action>
+    void Change(Action action)
+    {
+        std::lock_guard<std::mutex> guard(SpiLock());
+        action(*state);
+    }
+
     std::shared_ptr<SpiDeviceState> state;
 };
 
@@ -71,10 +106,7 @@ public:
     SpiDevice Build(const std::string& path) const;
 
 private:
-    explicit SpiEmulator(bool ksz8794);
-
-    bool ksz8794;
-    std::vector<std::uint8_t> registers;
+    SpiDeviceState state;
 };
 
 } // namespace Zel::Test
