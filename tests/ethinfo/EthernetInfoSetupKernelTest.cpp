@@ -12,7 +12,6 @@
 #include <Zel/Hardware/Commons/Modules/SharedModuleLibraryLoader.hpp>
 #include <Zel/Hardware/Nim/Modules/IEthernetInfoModule.hpp>
 #include <Zel/System/Commons/AppDomain.hpp>
-#include <Zel/System/Commons/Exception.hpp>
 
 #include <gtest/gtest.h>
 
@@ -31,20 +30,6 @@ using Zel::Hardware::Nim::LinkSpeed;
 using Zel::Hardware::Nim::LinkState;
 using Zel::Hardware::Nim::NetworkInterfaceType;
 using Zel::System::Commons::BasicString;
-using Zel::System::Commons::InvalidOperationException;
-
-ModuleSettings Settings(const std::vector<std::vector<BasicString>>& lines)
-{
-    ModuleSettings settings;
-    settings.AddSetting("mandatoryInterfaces", "3");
-    SettingField table("interfaces");
-    for (const auto& line : lines) {
-        table.AddLine(line);
-    }
-    settings.AddSettingField("interfaces", table);
-    settings.AddSetting("path.1.1.sysFile", "/sys/class/net/eth0/");
-    return settings;
-}
 
 class EthernetInfoSetup : public ::testing::Test {
 protected:
@@ -61,10 +46,15 @@ TEST_F(EthernetInfoSetup, ThePluginBuildsDevicesFromTheKernelsInterfacesAndPorts
     auto created = loader.CreateModule("Zel.Hardware.Nim.Modules.IEthernetInfoModule");
     auto* info = dynamic_cast<IEthernetInfoModule*>(created.get());
     ASSERT_NE(info, nullptr);
-    info->SetupSettings(Settings({{"1", "X1", "eth0", "1", "sysFile", "P1", "Fieldbus"},
-                                  {"2", "X2", "eth1", "1", "i210Driver", "", "Ethernet"},
-                                  {"3", "X3", "eth2", "1", "i210Driver", "", "Ethernet"}}),
-                        HardwareModuleProvider());
+    ModuleSettings settings;
+    settings.AddSetting("mandatoryInterfaces", "3");
+    SettingField table("interfaces");
+    table.AddLine({"1", "X1", "eth0", "1", "sysFile", "P1", "Fieldbus"});
+    table.AddLine({"2", "X2", "eth1", "1", "i210Driver", "", "Ethernet"});
+    table.AddLine({"3", "X3", "eth2", "1", "i210Driver", "", "Ethernet"});
+    settings.AddSettingField("interfaces", table);
+    settings.AddSetting("path.1.1.sysFile", "/sys/class/net/eth0/");
+    info->SetupSettings(settings, HardwareModuleProvider());
 
     ASSERT_EQ(info->GetDeviceCount(), 3U);
     EXPECT_EQ(info->GetMacAddress(1), "02:0A:1B:2C:3D:4E");
@@ -90,7 +80,7 @@ TEST_F(EthernetInfoSetup, ThePluginBuildsDevicesFromTheKernelsInterfacesAndPorts
     created.reset(); // before the loader unloads the library
 }
 
-TEST_F(EthernetInfoSetup, InterfaceListAndMacAreTheKernelsCurrentOnes)
+TEST_F(EthernetInfoSetup, TheInterfaceListIsTheKernelsCurrentOne)
 {
     EthernetInfoModule module;
     Zel::Test::NetSandbox().Veth("eth9", "eth9p").Up();
@@ -103,13 +93,6 @@ TEST_F(EthernetInfoSetup, InterfaceListAndMacAreTheKernelsCurrentOnes)
     Zel::Test::NetSandbox().Delete("eth9");
     EXPECT_FALSE(has("eth9"));
     EXPECT_TRUE(has("eth2"));
-
-    try {
-        module.ReadMacAddress("eth9");
-        ADD_FAILURE() << "a deleted interface has a MAC";
-    } catch (const InvalidOperationException& e) {
-        EXPECT_EQ(e.GetMessage(), "Could not read mac info from 'eth9': errno 19");
-    }
 }
 
 } // namespace
