@@ -24,24 +24,14 @@
 
 namespace {
 
+using namespace Zel::Hardware::Modules::Nim::Linux::Internal;
+using namespace Zel::Hardware::Nim;
+using namespace Zel::System::Commons;
+using namespace Zel::Test;
 using Zel::Hardware::Commons::Modules::ModuleSettings;
-using Zel::Hardware::Nim::LinkDuplex;
-using Zel::Hardware::Nim::LinkSpeed;
-using Zel::Hardware::Nim::LinkState;
-using Zel::System::Commons::ArgumentException;
-using Zel::System::Commons::Exception;
-using Zel::System::Commons::InvalidOperationException;
-using Zel::System::Commons::NotSupportedException;
-using Zel::Test::ExpectThrow;
-using Zel::Test::OpenDescriptorCount;
-using Zel::Test::SpiDevice;
-using Zel::Test::SpiEmulator;
-using Ksz8794 = Zel::Hardware::Modules::Nim::Linux::Internal::EthPortInfoSwitchKSZ8794spi;
-using Ksz8863 = Zel::Hardware::Modules::Nim::Linux::Internal::EthPortInfoSwitchKSZ8863gpio;
-using IEthPortInfo = Zel::Hardware::Modules::Nim::Linux::Internal::IEthPortInfo;
+using Ksz8794 = EthPortInfoSwitchKSZ8794spi;
+using Ksz8863 = EthPortInfoSwitchKSZ8863gpio;
 using Bytes = std::vector<std::uint8_t>;
-using Zel::Hardware::Modules::Nim::Linux::Internal::SpiSwitchChip;
-using Zel::Hardware::Modules::Nim::Linux::Internal::SpiSwitchRegisterReader;
 
 const std::string Node8794 = "/dev/zel-emulated/spidev1.0";
 const std::string Node8863 = "/dev/zel-emulated/spidev2.1";
@@ -95,9 +85,9 @@ protected:
     std::unique_ptr<Ksz8794> Make8794(unsigned int port) const { return std::make_unique<Ksz8794>(3, port, settings); }
     std::unique_ptr<Ksz8863> Make8863(unsigned int port) const { return std::make_unique<Ksz8863>(2, port, settings); }
 
-    Zel::Test::ScratchDirectory dir;
+    ScratchDirectory dir;
     ModuleSettings settings;
-    Zel::Test::LogCapture capture{8};
+    LogCapture capture{8};
 };
 
 // Without a link (KSZ8794 link register bit 5, KSZ8863 GPIO line) speed and
@@ -109,10 +99,10 @@ TEST_F(SpiSwitchPort, RegisterDecodingTables)
     SpiDevice spi8863 = SpiEmulator::Ksz8863().Register(0x01, 0x3F).Build(Node8863);
     const auto port8794 = Make8794(2);
     const auto port8863 = Make8863(1);
-    std::istringstream rows(Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/registers.cases").at(0)["rows"]);
+    std::istringstream rows(ReadCases(std::string(ZEL_TEST_CASES) + "/registers.cases").at(0)["rows"]);
     for (std::string row; std::getline(rows, row);) {
         SCOPED_TRACE(row);
-        const auto fields = Zel::Test::Words(row); // chip|link|register value|state|speed|duplex
+        const auto fields = Words(row); // chip|link|register value|state|speed|duplex
         const bool is8794 = fields.at(0) == "KSZ8794";
         const auto link = static_cast<std::uint8_t>(std::stoul(fields.at(1), nullptr, 0));
         SpiDevice& spi = is8794 ? spi8794 : spi8863;
@@ -176,10 +166,10 @@ TEST_F(SpiSwitchPort, FailedReadsGiveUnknownCodesWithOneMessageEach)
 // registers.
 TEST_F(SpiSwitchPort, ChipCheckFailuresStopSetUp)
 {
-    std::istringstream rows(Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/registers.cases").at(1)["rows"]);
+    std::istringstream rows(ReadCases(std::string(ZEL_TEST_CASES) + "/registers.cases").at(1)["rows"]);
     for (std::string row; std::getline(rows, row);) {
         SCOPED_TRACE(row);
-        const auto fields = Zel::Test::Words(row); // chip|id0|id1|failing read|thrown|logged
+        const auto fields = Words(row); // chip|id0|id1|failing read|thrown|logged
         const bool is8794 = fields.at(0) == "KSZ8794";
         capture.Sink().Clear();
         SpiDevice device = (is8794 ? SpiEmulator::Ksz8794() : SpiEmulator::Ksz8863())
@@ -267,7 +257,7 @@ TEST_F(SpiSwitchPort, OneDeviceForAllPortsThatTheFirstDestructorCloses)
 // with bit 7 set (which no port asks for) goes where each chip expects it.
 TEST_F(SpiSwitchPort, ReaderChecksTheChipOnceAndSendsEachChipsCommand)
 {
-    const Zel::System::Commons::Logging::LogChannel channel{typeid(SpiSwitchPort)};
+    const Logging::LogChannel channel{typeid(SpiSwitchPort)};
     for (const SpiSwitchChip* chip : {&SpiSwitchChip::Ksz8794, &SpiSwitchChip::Ksz8863}) {
         const bool is8794 = chip == &SpiSwitchChip::Ksz8794;
         SpiDevice device =
