@@ -16,6 +16,7 @@
 namespace {
 
 using Zel::Hardware::Modules::Commons::Linux::GpioAccess;
+using namespace Zel::Test;
 
 class GpioLine : public ::testing::Test {
 protected:
@@ -25,8 +26,8 @@ protected:
         fd = gpio.Open(value, flags);
     }
 
-    Zel::Test::ScratchDirectory dir;
-    Zel::Test::LogCapture capture{8};
+    ScratchDirectory dir;
+    LogCapture capture{8};
     const std::string value = dir.Path("value");
     GpioAccess gpio;
     int fd = -1;
@@ -63,9 +64,9 @@ TEST_F(GpioLine, FailedReadsAreTriedTwiceWithOneMessageEach)
     }
     EXPECT_EQ(capture.Count(3, "Could not read '" + dir.Path("other") + "': Is a directory"), 2U);
 
-    Zel::Test::ExpectThrow<Zel::System::Commons::InvalidOperationException>(
-        [this] { gpio.Open(dir.Path("missing"), O_RDONLY); },
-        "Could not open '" + dir.Path("missing") + "': No such file or directory");
+    ExpectThrow<Zel::System::Commons::InvalidOperationException>([this] { gpio.Open(dir.Path("missing"), O_RDONLY); },
+                                                                 "Could not open '" + dir.Path("missing") +
+                                                                     "': No such file or directory");
 }
 
 TEST_F(GpioLine, WriteIsOneCharacterAtOffsetZero)

@@ -21,21 +21,17 @@
 namespace {
 
 using namespace std::chrono_literals;
-using Zel::Hardware::Commons::Modules::HardwareModuleProvider;
-using Zel::Hardware::Commons::Modules::ModuleSettings;
-using Zel::Hardware::Commons::Modules::SettingField;
+using namespace Zel::Hardware::Commons::Modules;
+using namespace Zel::Hardware::Nim;
+using namespace Zel::Test;
 using Zel::Hardware::Modules::Nim::Linux::EthernetInfoModule;
-using Zel::Hardware::Nim::LinkDuplex;
-using Zel::Hardware::Nim::LinkSpeed;
-using Zel::Hardware::Nim::LinkState;
-using Zel::Hardware::Nim::NetworkInterfaceType;
 using Zel::System::Commons::BasicString;
 
 class EthernetInfoSetup : public ::testing::Test {
 protected:
     void SetUp() override { ZEL_REQUIRE_SANDBOX(); }
 
-    Zel::Test::LogCapture capture{8};
+    LogCapture capture{8};
 };
 
 TEST_F(EthernetInfoSetup, ThePluginBuildsDevicesFromTheKernelsInterfacesAndPorts)
@@ -62,14 +58,14 @@ TEST_F(EthernetInfoSetup, ThePluginBuildsDevicesFromTheKernelsInterfacesAndPorts
     EXPECT_EQ(info->GetInterfaceType(1), NetworkInterfaceType::Fieldbus);
     EXPECT_EQ(info->GetPortPublicName(1, 1), "P1");
     auto stateIs = [&](unsigned int device, LinkState state) {
-        return Zel::Test::WaitUntil([&] { return info->GetPortLinkState(device, 1) == state; }, 5s);
+        return WaitUntil([&] { return info->GetPortLinkState(device, 1) == state; }, 5s);
     };
     EXPECT_TRUE(stateIs(1, LinkState::Up));
     EXPECT_TRUE(stateIs(3, LinkState::Up));
     // veth reports 10000 Mbit/s, which is none of the three known speeds.
     EXPECT_EQ(info->GetPortLinkSpeed(1, 1), LinkSpeed::Unknown);
     EXPECT_EQ(info->GetPortLinkDuplex(1, 1), LinkDuplex::Full);
-    Zel::Test::NetSandbox().SetLinkDown("eth2p");
+    NetSandbox().SetLinkDown("eth2p");
     EXPECT_TRUE(stateIs(3, LinkState::Down));
 
     // The plug-in logs through the host's log manager.
@@ -83,14 +79,14 @@ TEST_F(EthernetInfoSetup, ThePluginBuildsDevicesFromTheKernelsInterfacesAndPorts
 TEST_F(EthernetInfoSetup, TheInterfaceListIsTheKernelsCurrentOne)
 {
     EthernetInfoModule module;
-    Zel::Test::NetSandbox().Veth("eth9", "eth9p").Up();
+    NetSandbox().Veth("eth9", "eth9p").Up();
     const auto has = [&module](const char* name) {
         const std::vector<BasicString> names = module.GetListOfInterfaceNames();
         return std::find(names.begin(), names.end(), name) != names.end();
     };
     EXPECT_EQ(module.GetListOfInterfaceNames().front(), "lo");
     EXPECT_TRUE(has("eth9"));
-    Zel::Test::NetSandbox().Delete("eth9");
+    NetSandbox().Delete("eth9");
     EXPECT_FALSE(has("eth9"));
     EXPECT_TRUE(has("eth2"));
 }

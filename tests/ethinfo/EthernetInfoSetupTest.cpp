@@ -31,6 +31,7 @@ using Zel::System::Commons::BasicString;
 using Zel::System::Commons::InvalidOperationException;
 using Zel::System::Commons::Diagnostics::RuntimeTypeInfo;
 using Line = std::vector<BasicString>;
+using namespace Zel::Test;
 
 class StandInKernel : public Zel::Hardware::Modules::Nim::Linux::Internal::NetworkInterfaceAccess {
 public:
@@ -63,7 +64,7 @@ protected:
         }
         Zel::Hardware::Commons::Modules::SettingField field("interfaces");
         for (const std::string& line : lines) {
-            const auto words = Zel::Test::Words(line);
+            const auto words = Words(line);
             field.AddLine(Line(words.begin(), words.end()));
         }
         if (table) {
@@ -97,7 +98,7 @@ protected:
         return text;
     }
 
-    Zel::Test::LogCapture capture{8};
+    LogCapture capture{8};
     std::unique_ptr<EthernetInfoModule> module;
     StandInKernel* kernel = nullptr;
     bool failMac = false;
@@ -105,12 +106,12 @@ protected:
 
 TEST_F(EthernetInfoSetup, TableRulesAsTheCasesSay)
 {
-    for (const auto& c : Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/setups.cases")) {
+    for (const auto& c : ReadCases(std::string(ZEL_TEST_CASES) + "/setups.cases")) {
         SCOPED_TRACE(c.name);
         std::vector<std::string> lines;
         std::istringstream table(c.Has("interfaces") ? c["interfaces"] : "");
         for (std::string line; std::getline(table, line);) {
-            lines.push_back(Zel::Test::Unescape(line));
+            lines.push_back(Unescape(line));
         }
         failMac = c.Has("MAC of eth2 fails");
         capture.Sink().Clear();
@@ -167,12 +168,11 @@ TEST_F(EthernetInfoSetup, BadDeviceAndPortNumbersThrowTheVectorsOutOfRange)
 // MAC ioctl keeps its socket open, as the controller's runtime always did.
 TEST(NetworkInterfaceAccess, SystemCallFailuresAreExceptionsWithTheirErrno)
 {
-    using Zel::Test::ExpectThrow;
     const Zel::Hardware::Modules::Nim::Linux::Internal::NetworkInterfaceAccess kernel;
-    const long before = Zel::Test::OpenDescriptorCount();
+    const long before = OpenDescriptorCount();
     ExpectThrow<InvalidOperationException>([&] { kernel.ReadHardwareAddress("zel-absent0"); },
                                            "Could not read mac info from 'zel-absent0': errno 19");
-    EXPECT_EQ(Zel::Test::OpenDescriptorCount(), before + 1);
+    EXPECT_EQ(OpenDescriptorCount(), before + 1);
 
     rlimit limit{};
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);

@@ -24,19 +24,15 @@ namespace {
 
 using namespace std::chrono_literals;
 using Zel::Hardware::Commons::Modules::ModuleSettings;
-using Zel::Hardware::Modules::Nim::Linux::Internal::EthPortInfoI210Drv;
-using Zel::Hardware::Modules::Nim::Linux::Internal::EthPortInfoSysFile;
-using Zel::Hardware::Modules::Nim::Linux::Internal::IEthPortInfo;
-using Zel::Hardware::Nim::LinkDuplex;
-using Zel::Hardware::Nim::LinkSpeed;
-using Zel::Hardware::Nim::LinkState;
-using Zel::Test::NetSandbox;
+using namespace Zel::Hardware::Modules::Nim::Linux::Internal;
+using namespace Zel::Hardware::Nim;
+using namespace Zel::Test;
 
 // Carrier changes reach the flags and operstate through the kernel's link
 // watch, which may take up to a second.
 bool StateBecomes(const IEthPortInfo& port, LinkState expected)
 {
-    return Zel::Test::WaitUntil([&] { return port.GetPortLinkState() == expected; }, 5s);
+    return WaitUntil([&] { return port.GetPortLinkState() == expected; }, 5s);
 }
 
 class KernelPort : public ::testing::Test {
@@ -49,7 +45,7 @@ protected:
     }
 
     ModuleSettings settings;
-    Zel::Test::LogCapture capture{8};
+    LogCapture capture{8};
 };
 
 // Peer down is a pulled cable: operstate says "lowerlayerdown" (unknown), the
@@ -64,7 +60,7 @@ TEST_F(KernelPort, SysFileOperstateAndI210RunningFlagFollowTheCable)
     NetSandbox().SetLinkDown("sf0p");
     EXPECT_TRUE(StateBecomes(*sysFile, LinkState::Unknown));
     EXPECT_TRUE(StateBecomes(i210, LinkState::Down));
-    EXPECT_NE(Zel::Test::RunOutput("ip -o link show dev sf0").find(",UP"), std::string::npos);
+    EXPECT_NE(RunOutput("ip -o link show dev sf0").find(",UP"), std::string::npos);
     NetSandbox().SetLinkDown("sf0");
     EXPECT_TRUE(StateBecomes(*sysFile, LinkState::Down));
 
@@ -103,10 +99,10 @@ TEST_F(KernelPort, I210EthtoolSpeedAndDuplexTable)
 {
     NetSandbox().Ip("tuntap add dev ie0 mode tap").SetLinkUp("ie0");
     const EthPortInfoI210Drv i210(1, 1, "ie0");
-    std::istringstream rows(Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/ethtool.cases").at(0)["rows"]);
+    std::istringstream rows(ReadCases(std::string(ZEL_TEST_CASES) + "/ethtool.cases").at(0)["rows"]);
     for (std::string row; std::getline(rows, row);) {
-        const auto fields = Zel::Test::Words(row); // ethtool -s arguments|speed|duplex
-        Zel::Test::RunOutput("ethtool -s ie0 " + fields.at(0));
+        const auto fields = Words(row); // ethtool -s arguments|speed|duplex
+        RunOutput("ethtool -s ie0 " + fields.at(0));
         EXPECT_EQ(static_cast<int>(i210.GetPortLinkSpeed()), std::stoi(fields.at(1))) << row;
         EXPECT_EQ(static_cast<int>(i210.GetPortLinkDuplex()), std::stoi(fields.at(2))) << row;
     }
