@@ -1,6 +1,7 @@
 // GpioAccess on a scratch file standing in for a GPIO line's value file.
 // Descriptors opened here are left to the process's end.
 #include "Modules/Commons/Linux/GpioAccess.hpp"
+#include "Modules/Commons/Linux/ErrorString.hpp"
 
 #include "Checks.hpp"
 #include "MemoryLogSink.hpp"
@@ -103,6 +104,13 @@ TEST_F(GpioLine, CloseResetsTheDescriptorOrWarnsAndKeepsIt)
     gpio.Close(stale, "/sys/class/gpio/gpio3/value");
     EXPECT_EQ(stale, 1000);
     EXPECT_EQ(capture.Count(5, "Could not close '/sys/class/gpio/gpio3/value': Bad file descriptor"), 1U);
+}
+
+// The messages above carry the C library's texts; an errno it has no text for
+// keeps its number.
+TEST(ErrorString, GivesTheCLibraryText)
+{
+    EXPECT_EQ(Zel::Hardware::Modules::Commons::Linux::ErrorString().GetString(12345), "Unknown error 12345");
 }
 
 } // namespace
