@@ -94,15 +94,12 @@ bool Ioctl(int fd, unsigned long request, void* argument, int* result)
     const auto* tx = reinterpret_cast<const std::uint8_t*>(static_cast<std::uintptr_t>(transfer.tx_buf));
     auto* rx = reinterpret_cast<std::uint8_t*>(static_cast<std::uintptr_t>(transfer.rx_buf));
     const long address = ReadAddress(state, tx, transfer.len);
-    SpiTransfer record;
-    record.length = transfer.len;
-    record.defaultsOnly = transfer.speed_hz == 0 && transfer.delay_usecs == 0 && transfer.bits_per_word == 0 &&
+    const bool defaultsOnly = transfer.speed_hz == 0 && transfer.delay_usecs == 0 && transfer.bits_per_word == 0 &&
         transfer.cs_change == 0 && transfer.tx_nbits == 0 && transfer.rx_nbits == 0 && transfer.word_delay_usecs == 0 &&
         transfer.pad == 0;
-    if (tx != nullptr) {
-        record.sent.assign(tx, tx + transfer.len);
-    }
-    state.transfers.push_back(record);
+    state.transfers.push_back(
+        {tx == nullptr ? std::vector<std::uint8_t>() : std::vector<std::uint8_t>(tx, tx + transfer.len), transfer.len,
+         defaultsOnly});
     if (state.failTransfers || (address >= 0 && state.failingReads.count(static_cast<unsigned int>(address)) != 0)) {
         errno = EIO;
         return true;
