@@ -37,8 +37,6 @@ const std::string Node8794 = "/dev/zel-emulated/spidev1.0";
 const std::string Node8863 = "/dev/zel-emulated/spidev2.1";
 const std::string Channel8794 = "Zel.Hardware.Modules.Nim.Linux.Internal.EthPortInfoSwitchKSZ8794spi";
 const std::string Channel8863 = "Zel.Hardware.Modules.Nim.Linux.Internal.EthPortInfoSwitchKSZ8863gpio";
-const std::string Failed8794 = "Can not read data from KSZ8794 Switch: SPI_IOC_MESSAGE failed: -1";
-const std::string Failed8863 = "Can not read data from KSZ8863 Switch: SPI_IOC_MESSAGE failed: -1";
 const std::string NoHandle = "Error in ReadRegister(): Handle invalid.fdSpi = -1";
 
 // Every transfer is one SPI_IOC_MESSAGE(1) of three bytes with the device's
@@ -146,12 +144,12 @@ TEST_F(SpiSwitchPort, FailedReadsGiveUnknownCodesWithOneMessageEach)
     spi8794.FailTransfers(false);
     spi8794.FailReadsOf(0x1F);
     EXPECT_EQ(port8794->GetPortLinkDuplex(), LinkDuplex::Unknown);
-    EXPECT_EQ(capture.Count(3, Failed8794), 3U);
+    EXPECT_EQ(capture.Count(3, "Can not read data from KSZ8794 Switch: SPI_IOC_MESSAGE failed: -1"), 3U);
 
     EXPECT_EQ(port8863->GetPortLinkState(), LinkState::Up) << "the link comes from the GPIO line";
     EXPECT_EQ(port8863->GetPortLinkSpeed(), LinkSpeed::Unknown);
     EXPECT_EQ(port8863->GetPortLinkDuplex(), LinkDuplex::Unknown);
-    EXPECT_EQ(capture.Count(3, Failed8863), 2U);
+    EXPECT_EQ(capture.Count(3, "Can not read data from KSZ8863 Switch: SPI_IOC_MESSAGE failed: -1"), 2U);
     EXPECT_EQ(capture.Records().size(), 5U);
 
     // An unreadable link line: GpioAccess's two messages per query, and no SPI traffic.
