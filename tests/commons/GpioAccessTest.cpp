@@ -54,16 +54,13 @@ TEST_F(GpioLine, FailedReadsAreTriedTwiceWithOneMessageEach)
     bool result = true;
     EXPECT_FALSE(gpio.Read(fd, value, result)) << "an empty read is a failure";
     EXPECT_TRUE(result) << "value must stay untouched";
-    dir.MakeUnreadable("other");
-    const int directory = gpio.Open(dir.Path("other"), O_RDONLY);
-    EXPECT_FALSE(gpio.Read(directory, dir.Path("other"), result));
-    // errno of an empty read is whatever came before; only the start of the text is fixed.
-    ASSERT_EQ(capture.Records().size(), 4U);
+    // errno of an empty read is whatever came before; only the start of the
+    // text is fixed. An errno's text is pinned through the KSZ8863's link line.
+    ASSERT_EQ(capture.Records().size(), 2U);
     for (std::size_t i = 0; i < 2; ++i) {
         EXPECT_EQ(capture.Records()[i].level, 3);
         EXPECT_EQ(capture.Records()[i].text.rfind("Could not read '" + value + "': ", 0), 0U);
     }
-    EXPECT_EQ(capture.Count(3, "Could not read '" + dir.Path("other") + "': Is a directory"), 2U);
 
     ExpectThrow<Zel::System::Commons::InvalidOperationException>([this] { gpio.Open(dir.Path("missing"), O_RDONLY); },
                                                                  "Could not open '" + dir.Path("missing") +
