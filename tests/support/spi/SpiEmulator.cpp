@@ -98,8 +98,7 @@ bool Ioctl(int fd, unsigned long request, void* argument, int* result)
         transfer.cs_change == 0 && transfer.tx_nbits == 0 && transfer.rx_nbits == 0 && transfer.word_delay_usecs == 0 &&
         transfer.pad == 0;
     state.transfers.push_back(
-        {tx == nullptr ? std::vector<std::uint8_t>() : std::vector<std::uint8_t>(tx, tx + transfer.len), transfer.len,
-         defaultsOnly});
+        {tx == nullptr ? std::vector<std::uint8_t>() : std::vector<std::uint8_t>(tx, tx + transfer.len), defaultsOnly});
     if (state.failTransfers || (address >= 0 && state.failingReads.count(static_cast<unsigned int>(address)) != 0)) {
         errno = EIO;
         return true;

@@ -22,8 +22,7 @@ namespace Zel::Test {
 
 // One SPI_IOC_MESSAGE(1) request as the emulated node saw it.
 struct SpiTransfer {
-    std::vector<std::uint8_t> sent; // the tx bytes, len of them
-    std::uint32_t length = 0;
+    std::vector<std::uint8_t> sent; // the tx bytes, len of them (none without a tx buffer)
     // Every field besides the buffers and len was 0: the device's own clock,
     // word size and delays, no chip-select change.
     bool defaultsOnly = false;
