@@ -55,6 +55,9 @@ protected:
     }
 
     ScratchDirectory dir;
+    // The driver-file port names its speed file for all three queries.
+    const std::string driverError =
+        "Error GetPortLinkState() for device 1, port 4 (" + dir.Path("port4_speed") + "): errno ";
     ModuleSettings settings;
     LogCapture capture{8};
 };
@@ -93,10 +96,7 @@ TEST_F(FilePort, FailedReadsGiveUnknownCodesAndOneMessagePerQuery)
     EXPECT_EQ(capture.Count(3, sysFileError + "operstate): errno 21"), 2U);
     EXPECT_EQ(capture.Count(3, sysFileError + "speed): errno 21"), 1U);
     EXPECT_EQ(capture.Count(3, sysFileError + "duplex): errno 21"), 1U);
-    // The driver-file port names its speed file in all three.
-    EXPECT_EQ(
-        capture.Count(3, "Error GetPortLinkState() for device 1, port 4 (" + dir.Path("port4_speed") + "): errno 21"),
-        3U);
+    EXPECT_EQ(capture.Count(3, driverError + "21"), 3U);
     EXPECT_EQ(capture.Records().size(), 7U);
 }
 
@@ -140,9 +140,7 @@ TEST_F(FilePort, DriverPortNeverChecksItsDuplexDescriptor)
     dir.Write("port4_duplex", "full-duplex\n");
     EXPECT_EQ(port->GetPortLinkDuplex(), LinkDuplex::Unknown);
     EXPECT_EQ(port->GetPortLinkDuplex(), LinkDuplex::Unknown);
-    EXPECT_EQ(capture.Count(3,
-                            "Error GetPortLinkState() for device 1, port 4 (" + dir.Path("port4_speed") + "): errno 9"),
-              2U);
+    EXPECT_EQ(capture.Count(3, driverError + "9"), 2U);
     EXPECT_EQ(capture.Records().size(), 2U);
 }
 
