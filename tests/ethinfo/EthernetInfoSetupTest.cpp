@@ -26,13 +26,14 @@ namespace {
 
 using namespace Zel::Hardware::Commons::Modules;
 using Zel::Hardware::Modules::Nim::Linux::EthernetInfoModule;
+using namespace Zel::Hardware::Modules::Nim::Linux::Internal;
 using Zel::System::Commons::BasicString;
 using Zel::System::Commons::InvalidOperationException;
 using Zel::System::Commons::Diagnostics::RuntimeTypeInfo;
 using Line = std::vector<BasicString>;
 using namespace Zel::Test;
 
-class StandInKernel : public Zel::Hardware::Modules::Nim::Linux::Internal::NetworkInterfaceAccess {
+class StandInKernel : public NetworkInterfaceAccess {
 public:
     std::vector<BasicString> ReadLinkInterfaceNames() const override
     {
@@ -157,7 +158,7 @@ TEST_F(EthernetInfoSetup, BadDeviceAndPortNumbersThrowTheVectorsOutOfRange)
 // MAC ioctl keeps its socket open, as the controller's runtime always did.
 TEST(NetworkInterfaceAccess, SystemCallFailuresAreExceptionsWithTheirErrno)
 {
-    const Zel::Hardware::Modules::Nim::Linux::Internal::NetworkInterfaceAccess kernel;
+    const NetworkInterfaceAccess kernel;
     const long before = OpenDescriptorCount();
     ExpectThrow<InvalidOperationException>([&] { kernel.ReadHardwareAddress("zel-absent0"); },
                                            "Could not read mac info from 'zel-absent0': errno 19");
@@ -171,9 +172,8 @@ TEST(NetworkInterfaceAccess, SystemCallFailuresAreExceptionsWithTheirErrno)
                                            "Could not read current interface list:  errno 24");
     ExpectThrow<InvalidOperationException>([&] { kernel.ReadHardwareAddress("lo"); },
                                            "Could not open socket for read mac info from 'lo': errno 24");
-    ExpectThrow<InvalidOperationException>(
-        [] { Zel::Hardware::Modules::Nim::Linux::Internal::EthPortInfoI210Drv(1, 1, "lo"); },
-        "Could not open socket for read Ethernet port info");
+    ExpectThrow<InvalidOperationException>([] { EthPortInfoI210Drv(1, 1, "lo"); },
+                                           "Could not open socket for read Ethernet port info");
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
 }
 
