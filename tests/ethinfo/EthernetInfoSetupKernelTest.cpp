@@ -37,8 +37,7 @@ protected:
 TEST_F(EthernetInfoSetup, ThePluginBuildsDevicesFromTheKernelsInterfacesAndPorts)
 {
     using Zel::Hardware::Nim::Modules::IEthernetInfoModule;
-    Zel::Hardware::Commons::Modules::SharedModuleLibraryLoader loader(ZEL_NIM_PLUGIN_FILE,
-                                                                      Zel::System::Commons::AppDomain::GetInstance());
+    SharedModuleLibraryLoader loader(ZEL_NIM_PLUGIN_FILE, Zel::System::Commons::AppDomain::GetInstance());
     auto created = loader.CreateModule("Zel.Hardware.Nim.Modules.IEthernetInfoModule");
     auto* info = dynamic_cast<IEthernetInfoModule*>(created.get());
     ASSERT_NE(info, nullptr);
