@@ -92,7 +92,7 @@ protected:
 TEST_F(SpiSwitchPort, RegisterDecodingTables)
 {
     // Any revision in the identity's low nibble is accepted.
-    SpiDevice spi8794 = SpiEmulator::Ksz8794().Register(0x01, 0x6E).Build(Node8794);
+    SpiDevice spi8794 = SpiEmulator::Ksz8794().Register(0x01, 0x6E).Register(0xAB, 0x42).Build(Node8794);
     SpiDevice spi8863 = SpiEmulator::Ksz8863().Register(0x01, 0x3F).Build(Node8863);
     const auto port8794 = Make8794(2);
     const auto port8863 = Make8863(1);
@@ -127,6 +127,17 @@ TEST_F(SpiSwitchPort, RegisterDecodingTables)
                                  : std::vector<Bytes>{linkRead, linkRead, linkRead})
                            : (up ? std::vector<Bytes>{{0x03, 0x1F, 0x00}, {0x03, 0x1F, 0x00}} : std::vector<Bytes>{}));
     }
+
+    // A register number with bit 7 set, which no port asks for, goes into the
+    // KSZ8794's first byte.
+    SpiSwitchRegisterReader reader(SpiSwitchChip::Ksz8794, Logging::LogChannel{typeid(SpiSwitchPort)});
+    reader.Open(settings, 3);
+    spi8794.ClearTransfers();
+    unsigned char value = 0;
+    ASSERT_TRUE(reader.Read(0xAB, value));
+    EXPECT_EQ(value, 0x42);
+    ExpectCommands(spi8794, {{0x61, 0x56, 0x00}});
+    reader.Close();
     EXPECT_TRUE(capture.Records().empty());
 }
 
@@ -196,13 +207,17 @@ TEST_F(SpiSwitchPort, ChipCheckFailuresStopSetUp)
     }
 }
 
-TEST_F(SpiSwitchPort, RefusedBeforeTheDeviceIsOpened)
+// A port the chip does not have, or a missing node or link line, is refused
+// before the device is opened. After a failed chip check the device stays
+// open and later ports skip the check; the first destructor closes the one
+// device of all ports.
+TEST_F(SpiSwitchPort, OneDeviceForAllPortsThatTheFirstDestructorCloses)
 {
     ExpectThrow<InvalidOperationException>([this] { Make8794(1); }, "Could not open driver '" + Node8794 + "'.");
     ExpectThrow<InvalidOperationException>([this] { Make8863(1); }, "Could not open driver '" + Node8863 + "'.");
-
-    const SpiDevice spi8794 = SpiEmulator::Ksz8794().Build(Node8794);
-    const SpiDevice spi8863 = SpiEmulator::Ksz8863().Build(Node8863);
+    const long before = OpenDescriptorCount();
+    SpiDevice spi8794 = SpiEmulator::Ksz8794().Register(0x00, 0x00).Register(0x2E, 0x20).Build(Node8794);
+    SpiDevice spi8863 = SpiEmulator::Ksz8863().Register(0x00, 0x87).Register(0x2F, 0x06).Build(Node8863);
     for (unsigned int port : {0U, 3U}) {
         const std::string message = ArgumentException::Create("port", port, "unsupported").GetMessage();
         ExpectThrow<ArgumentException>([&] { Make8794(port); }, message);
@@ -212,17 +227,9 @@ TEST_F(SpiSwitchPort, RefusedBeforeTheDeviceIsOpened)
     dir.Remove("link1");
     ExpectThrow<InvalidOperationException>([this] { Make8863(1); },
                                            "Could not open '" + dir.Path("link1") + "': No such file or directory");
-    EXPECT_EQ(spi8794.OpenCount(), 0);
-    EXPECT_EQ(spi8863.OpenCount(), 0);
-}
+    EXPECT_EQ(spi8794.OpenCount() + spi8863.OpenCount(), 0);
+    dir.Write("link1", "1\n");
 
-// After a failed chip check the device stays open and later ports skip the
-// check; the first destructor closes the one device of all ports.
-TEST_F(SpiSwitchPort, OneDeviceForAllPortsThatTheFirstDestructorCloses)
-{
-    const long before = OpenDescriptorCount();
-    SpiDevice spi8794 = SpiEmulator::Ksz8794().Register(0x00, 0x00).Register(0x2E, 0x20).Build(Node8794);
-    SpiDevice spi8863 = SpiEmulator::Ksz8863().Register(0x00, 0x87).Register(0x2F, 0x06).Build(Node8863);
     EXPECT_THROW(Make8794(1), NotSupportedException);
     EXPECT_THROW(Make8863(1), NotSupportedException);
     EXPECT_EQ(OpenDescriptorCount(), before + 3) << "both devices and the failed port's link line";
@@ -252,21 +259,6 @@ TEST_F(SpiSwitchPort, OneDeviceForAllPortsThatTheFirstDestructorCloses)
     EXPECT_EQ(spi8863.OpenCount(), 1);
     // A device closed by a destructor is opened and checked again.
     ExpectThrow<NotSupportedException>([this] { Make8794(1); }, "KSZ8794: Chip id0 mismatch.");
-}
-
-// A register number with bit 7 set, which no port asks for, goes into the
-// KSZ8794's first byte. Reads without an open device are in the tests above.
-TEST_F(SpiSwitchPort, ReaderSendsTheHighAddressBitInTheFirstByte)
-{
-    SpiDevice device = SpiEmulator::Ksz8794().Register(0xAB, 0x42).Build(Node8794);
-    SpiSwitchRegisterReader reader(SpiSwitchChip::Ksz8794, Logging::LogChannel{typeid(SpiSwitchPort)});
-    reader.Open(settings, 3);
-    device.ClearTransfers();
-    unsigned char value = 0;
-    ASSERT_TRUE(reader.Read(0xAB, value));
-    EXPECT_EQ(value, 0x42);
-    ExpectCommands(device, {{0x61, 0x56, 0x00}});
-    reader.Close();
 }
 
 } // namespace
