@@ -8,7 +8,7 @@
 //   device.Transfers()  // every SPI_IOC_MESSAGE(1) transfer with its sent bytes
 //
 // Only executables that want the emulator link SpiEmulator.cpp and
-// SpiInterposer.cpp (they are not part of zel_test_support on purpose).
+// SpiInterposer.cpp (they are kept out of zel_test_support on purpose).
 #pragma once
 
 #include <cstdint>
