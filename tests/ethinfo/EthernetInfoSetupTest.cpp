@@ -25,11 +25,13 @@ namespace {
 
 using namespace Zel::Hardware::Commons::Modules;
 using Zel::Hardware::Modules::Nim::Linux::EthernetInfoModule;
+using namespace Zel::Hardware::Modules::Nim::Linux::Internal;
 using namespace Zel::System::Commons;
 using Zel::System::Commons::Diagnostics::RuntimeTypeInfo;
 using Line = std::vector<BasicString>;
+using namespace Zel::Test;
 
-class StandInKernel : public Zel::Hardware::Modules::Nim::Linux::Internal::NetworkInterfaceAccess {
+class StandInKernel : public NetworkInterfaceAccess {
 public:
     std::vector<BasicString> ReadLinkInterfaceNames() const override
     {
@@ -50,33 +52,42 @@ public:
 
 class EthernetInfoSetup : public ::testing::Test {
 protected:
-    // Set-up of a fresh module with the "interfaces" lines ("index|public
-    // name|interface|port count|mode|port names|type"): "" or the exception.
-    std::string Setup(const std::vector<std::string>& lines, const char* mandatory = nullptr, bool table = true)
+    // Set-up of a fresh module as the case says, then of the same module
+    // with the case's "again" lines: "" or the exception as "class: message".
+    std::string Setup(const Case& c)
     {
-        ModuleSettings settings;
-        if (mandatory != nullptr) {
-            settings.AddSetting("mandatoryInterfaces", mandatory);
-        }
-        Zel::Hardware::Commons::Modules::SettingField field("interfaces");
-        for (const std::string& line : lines) {
-            const auto words = Zel::Test::Words(line);
-            field.AddLine(Line(words.begin(), words.end()));
-        }
-        if (table) {
-            settings.AddSettingField("interfaces", field);
-        }
         auto owned = std::make_unique<StandInKernel>();
         kernel = owned.get();
-        kernel->failMac = failMac;
+        kernel->failMac = c.Has("MAC of eth2 fails");
         module = std::make_unique<EthernetInfoModule>(std::move(owned));
         try {
-            module->SetupSettings(settings, HardwareModuleProvider());
+            module->SetupSettings(Settings(c, "interfaces"), HardwareModuleProvider());
+            if (c.Has("again")) {
+                module->SetupSettings(Settings(c, "again"), HardwareModuleProvider());
+            }
         } catch (const Zel::System::Commons::Exception& e) {
             const std::string type = RuntimeTypeInfo::DemangleSymbol(typeid(e).name());
-            return type.substr(type.rfind(':') + 1) + ": " + e.GetMessage();
+            return type.substr(type.rfind(':') + 1) + ": " + e.GetMessage() + "\n";
         }
         return "";
+    }
+    // The case's mandatory count and its `table` lines, split at '|'.
+    static ModuleSettings Settings(const Case& c, const std::string& table)
+    {
+        ModuleSettings settings;
+        if (c.Has("mandatory")) {
+            settings.AddSetting("mandatoryInterfaces", c.Line("mandatory"));
+        }
+        SettingField field("interfaces");
+        std::istringstream lines(c.Has(table) ? c[table] : "");
+        for (std::string line; std::getline(lines, line);) {
+            const auto words = Words(Unescape(line));
+            field.AddLine(Line(words.begin(), words.end()));
+        }
+        if (!c.Has("no table")) {
+            settings.AddSettingField("interfaces", field);
+        }
+        return settings;
     }
     // Every device as "public name, interface, MAC, type, [port names]".
     std::string Devices() const
@@ -94,69 +105,38 @@ protected:
         return text;
     }
 
-    Zel::Test::LogCapture capture{8};
+    LogCapture capture{8};
     std::unique_ptr<EthernetInfoModule> module;
     StandInKernel* kernel = nullptr;
-    bool failMac = false;
 };
-
-TEST_F(EthernetInfoSetup, EachLineBecomesADeviceAndASecondSetUpAppends)
-{
-    ASSERT_EQ(Setup({"1|X1|eth0|2|unsupported|P1; P2|Ethernet", "0x2|X2|eth1|1|i210Driver||Fieldbus",
-                     "3|X3|eth2|0|unsupported||Service"}),
-              "");
-    EXPECT_EQ(Devices(),
-              "X1, eth0, 02:0A:B1:C2:FE:30, 1, [P1|P2]\nX2, eth1, 02:0A:B1:C2:FE:31, 2, []\n"
-              "X3, eth2, 02:0A:B1:C2:FE:32, 3, []\n");
-    EXPECT_EQ(static_cast<int>(module->GetPortLinkState(1, 1)), 255) << "an unsupported port";
-
-    EXPECT_TRUE(capture.Contains(7, "Found interface eth2"));
-    EXPECT_TRUE(capture.Contains(7, "interfaces in config: 3:"));
-    // The seven columns as written, the index column first.
-    EXPECT_TRUE(capture.Contains(7, "Device 0x2: X2, eth1, 1, i210Driver, , Fieldbus"));
-    EXPECT_TRUE(capture.Contains(7, "interfaces 1: port count = 2, mode = 'unsupported'"));
-    EXPECT_TRUE(
-        capture.Contains(8, "Ethernet Device 1: Public Name 'X1', Name 'eth0', MAC 02:0A:B1:C2:FE:30, 2 Ports."));
-    // The interface type's value appears under the words "port count".
-    EXPECT_TRUE(capture.Contains(7, "Ethernet Device 3: port count = 3"));
-    for (const auto& record : capture.Records()) {
-        EXPECT_EQ(record.channel, "Zel.Hardware.Modules.Nim.Linux.EthernetInfoModule") << record.text;
-    }
-
-    ModuleSettings again;
-    Zel::Hardware::Commons::Modules::SettingField field("interfaces");
-    field.AddLine({"1", "Y1", "eth1", "0", "unsupported", "", "Ethernet"});
-    again.AddSettingField("interfaces", field);
-    module->SetupSettings(again, HardwareModuleProvider());
-    EXPECT_EQ(module->GetDeviceCount(), 4U);
-    EXPECT_EQ(module->GetPublicInterfaceName(4), "Y1");
-    EXPECT_EQ(kernel->listReads, 2) << "the interface list is read at each set-up";
-}
 
 TEST_F(EthernetInfoSetup, TableRulesAsTheCasesSay)
 {
-    for (const auto& c : Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/setups.cases")) {
+    for (const auto& c : ReadCases(std::string(ZEL_TEST_CASES) + "/setups.cases")) {
         SCOPED_TRACE(c.name);
-        std::vector<std::string> lines;
-        std::istringstream table(c.Has("interfaces") ? c["interfaces"] : "");
-        for (std::string line; std::getline(table, line);) {
-            lines.push_back(Zel::Test::Unescape(line));
-        }
-        failMac = c.Has("MAC of eth2 fails");
-        const std::string mandatory = c.Has("mandatory") ? c.Line("mandatory") : "";
-        const std::string error = Setup(lines, c.Has("mandatory") ? mandatory.c_str() : nullptr, !c.Has("no table"));
-        EXPECT_EQ(error.empty() ? error : error + "\n", c.Has("error") ? c["error"] : "");
+        capture.Sink().Clear();
+        EXPECT_EQ(Setup(c), c.Has("error") ? c["error"] : "");
         EXPECT_EQ(Devices(), c["devices"]);
-        EXPECT_EQ(kernel->listReads, 1) << "the interface list is read at each set-up, also without a table";
+        // The interface list is read at each set-up, also without a table.
+        EXPECT_EQ(kernel->listReads, c.Has("again") ? 2 : 1);
+        std::string log;
+        for (const auto& record : capture.Records()) {
+            EXPECT_EQ(record.channel, "Zel.Hardware.Modules.Nim.Linux.EthernetInfoModule") << record.text;
+            log += std::to_string(record.level) + " " + record.text + "\n";
+        }
+        if (c.Has("log")) {
+            EXPECT_EQ(log, c["log"]);
+        }
     }
-    EXPECT_TRUE(capture.Contains(7, "Mandatory interfaces: 16"));
 }
 
 // Device 1 has one port, device 2 none; 0 and 3 are no devices.
 TEST_F(EthernetInfoSetup, BadDeviceAndPortNumbersThrowTheVectorsOutOfRange)
 {
-    ASSERT_EQ(Setup({"1|X1|eth0|1|unsupported||Ethernet", "2|X2|eth1|0|unsupported||Ethernet"}), "");
+    ASSERT_EQ(Setup({"", {{"interfaces", "1|X1|eth0|1|unsupported||Ethernet\n2|X2|eth1|0|unsupported||Ethernet\n"}}}),
+              "");
     const EthernetInfoModule& m = *module;
+    EXPECT_EQ(static_cast<int>(m.GetPortLinkState(1, 1)), 255) << "an unsupported port";
     for (unsigned int device : {0U, 3U}) {
         EXPECT_THROW(m.GetMacAddress(device), std::out_of_range);
         EXPECT_THROW(m.GetPublicInterfaceName(device), std::out_of_range);
@@ -176,12 +156,11 @@ TEST_F(EthernetInfoSetup, BadDeviceAndPortNumbersThrowTheVectorsOutOfRange)
 // MAC ioctl keeps its socket open, as the controller's runtime always did.
 TEST(NetworkInterfaceAccess, SystemCallFailuresAreExceptionsWithTheirErrno)
 {
-    using Zel::Test::ExpectThrow;
-    const Zel::Hardware::Modules::Nim::Linux::Internal::NetworkInterfaceAccess kernel;
-    const long before = Zel::Test::OpenDescriptorCount();
+    const NetworkInterfaceAccess kernel;
+    const long before = OpenDescriptorCount();
     ExpectThrow<InvalidOperationException>([&] { kernel.ReadHardwareAddress("zel-absent0"); },
                                            "Could not read mac info from 'zel-absent0': errno 19");
-    EXPECT_EQ(Zel::Test::OpenDescriptorCount(), before + 1);
+    EXPECT_EQ(OpenDescriptorCount(), before + 1);
 
     rlimit limit{};
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
@@ -191,9 +170,8 @@ TEST(NetworkInterfaceAccess, SystemCallFailuresAreExceptionsWithTheirErrno)
                                            "Could not read current interface list:  errno 24");
     ExpectThrow<InvalidOperationException>([&] { kernel.ReadHardwareAddress("lo"); },
                                            "Could not open socket for read mac info from 'lo': errno 24");
-    ExpectThrow<InvalidOperationException>(
-        [] { Zel::Hardware::Modules::Nim::Linux::Internal::EthPortInfoI210Drv(1, 1, "lo"); },
-        "Could not open socket for read Ethernet port info");
+    ExpectThrow<InvalidOperationException>([] { EthPortInfoI210Drv(1, 1, "lo"); },
+                                           "Could not open socket for read Ethernet port info");
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
 }
 

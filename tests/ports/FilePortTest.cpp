@@ -23,7 +23,7 @@ using Zel::Hardware::Commons::Modules::ModuleSettings;
 using namespace Zel::Hardware::Modules::Nim::Linux::Internal;
 using namespace Zel::Hardware::Nim;
 using Zel::System::Commons::InvalidOperationException;
-using Zel::Test::OpenDescriptorCount;
+using namespace Zel::Test;
 
 // The code a query answers, by its name in the decoding cases.
 int Ask(const IEthPortInfo& port, const std::string& query)
@@ -46,31 +46,31 @@ protected:
         settings.AddSetting("path.1.4.speed", dir.Path("port4_speed"));
         settings.AddSetting("path.1.4.duplex", dir.Path("port4_duplex"));
     }
-    std::unique_ptr<EthPortInfoSysFile> SysFile() const { return std::make_unique<EthPortInfoSysFile>(2, 3, settings); }
-    std::unique_ptr<EthPortInfoSwitchKSZ8794> Driver() const
-    {
-        return std::make_unique<EthPortInfoSwitchKSZ8794>(1, 4, settings);
-    }
+    std::unique_ptr<IEthPortInfo> SysFile() const { return std::make_unique<EthPortInfoSysFile>(2, 3, settings); }
+    std::unique_ptr<IEthPortInfo> Driver() const { return std::make_unique<EthPortInfoSwitchKSZ8794>(1, 4, settings); }
     template <typename Make>
     static void ExpectOpenFailure(Make make, const std::string& file)
     {
-        Zel::Test::ExpectThrow<InvalidOperationException>(make, "Could not open '" + file + "' for read.");
+        ExpectThrow<InvalidOperationException>(make, "Could not open '" + file + "' for read.");
     }
 
-    Zel::Test::ScratchDirectory dir;
+    ScratchDirectory dir;
+    // The driver-file port names its speed file for all three queries.
+    const std::string driverError =
+        "Error GetPortLinkState() for device 1, port 4 (" + dir.Path("port4_speed") + "): errno ";
     ModuleSettings settings;
-    Zel::Test::LogCapture capture{8};
+    LogCapture capture{8};
 };
 
 TEST_F(FilePort, DecodingTables)
 {
-    const std::unique_ptr<IEthPortInfo> sysFile = SysFile();
-    const std::unique_ptr<IEthPortInfo> driver = Driver();
-    for (const auto& c : Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/decoding.cases")) {
+    const auto sysFile = SysFile();
+    const auto driver = Driver();
+    for (const auto& c : ReadCases(std::string(ZEL_TEST_CASES) + "/decoding.cases")) {
         std::istringstream rows(c["rows"]);
         for (std::string row; std::getline(rows, row);) {
-            const auto fields = Zel::Test::Words(row); // file|bytes|query|code
-            dir.Write(fields.at(0), Zel::Test::Unescape(fields.at(1)));
+            const auto fields = Words(row); // file|bytes|query|code
+            dir.Write(fields.at(0), Unescape(fields.at(1)));
             EXPECT_EQ(Ask(c.name == "sysFile" ? *sysFile : *driver, fields.at(2)), std::stoi(fields.at(3)))
                 << c.name << ": " << row;
         }
@@ -84,8 +84,8 @@ TEST_F(FilePort, FailedReadsGiveUnknownCodesAndOneMessagePerQuery)
     for (const char* name : {"operstate", "speed", "duplex", "port4_speed", "port4_duplex"}) {
         dir.MakeUnreadable(name);
     }
-    const std::unique_ptr<IEthPortInfo> sysFile = SysFile();
-    const std::unique_ptr<IEthPortInfo> driver = Driver();
+    const auto sysFile = SysFile();
+    const auto driver = Driver();
     for (const IEthPortInfo* port : std::initializer_list<const IEthPortInfo*>{sysFile.get(), driver.get()}) {
         EXPECT_EQ(port->GetPortLinkState(), LinkState::Unknown);
         EXPECT_EQ(port->GetPortLinkSpeed(), LinkSpeed::Unknown);
@@ -96,10 +96,7 @@ TEST_F(FilePort, FailedReadsGiveUnknownCodesAndOneMessagePerQuery)
     EXPECT_EQ(capture.Count(3, sysFileError + "operstate): errno 21"), 2U);
     EXPECT_EQ(capture.Count(3, sysFileError + "speed): errno 21"), 1U);
     EXPECT_EQ(capture.Count(3, sysFileError + "duplex): errno 21"), 1U);
-    // The driver-file port names its speed file in all three.
-    EXPECT_EQ(
-        capture.Count(3, "Error GetPortLinkState() for device 1, port 4 (" + dir.Path("port4_speed") + "): errno 21"),
-        3U);
+    EXPECT_EQ(capture.Count(3, driverError + "21"), 3U);
     EXPECT_EQ(capture.Records().size(), 7U);
 }
 
@@ -143,9 +140,7 @@ TEST_F(FilePort, DriverPortNeverChecksItsDuplexDescriptor)
     dir.Write("port4_duplex", "full-duplex\n");
     EXPECT_EQ(port->GetPortLinkDuplex(), LinkDuplex::Unknown);
     EXPECT_EQ(port->GetPortLinkDuplex(), LinkDuplex::Unknown);
-    EXPECT_EQ(capture.Count(3,
-                            "Error GetPortLinkState() for device 1, port 4 (" + dir.Path("port4_speed") + "): errno 9"),
-              2U);
+    EXPECT_EQ(capture.Count(3, driverError + "9"), 2U);
     EXPECT_EQ(capture.Records().size(), 2U);
 }
 

@@ -24,37 +24,33 @@
 
 namespace {
 
-using Zel::Hardware::Commons::Modules::ModuleSettings;
+using namespace Zel::Hardware::Modules::Nim::Linux::Internal;
 using namespace Zel::Hardware::Nim;
 using namespace Zel::System::Commons;
 using namespace Zel::Test;
-using Ksz8794 = Zel::Hardware::Modules::Nim::Linux::Internal::EthPortInfoSwitchKSZ8794spi;
-using Ksz8863 = Zel::Hardware::Modules::Nim::Linux::Internal::EthPortInfoSwitchKSZ8863gpio;
-using IEthPortInfo = Zel::Hardware::Modules::Nim::Linux::Internal::IEthPortInfo;
+using Zel::Hardware::Commons::Modules::ModuleSettings;
+using Ksz8794 = EthPortInfoSwitchKSZ8794spi;
+using Ksz8863 = EthPortInfoSwitchKSZ8863gpio;
 using Bytes = std::vector<std::uint8_t>;
-using namespace Zel::Hardware::Modules::Nim::Linux::Internal;
 
 const std::string Node8794 = "/dev/zel-emulated/spidev1.0";
 const std::string Node8863 = "/dev/zel-emulated/spidev2.1";
 const std::string Channel8794 = "Zel.Hardware.Modules.Nim.Linux.Internal.EthPortInfoSwitchKSZ8794spi";
 const std::string Channel8863 = "Zel.Hardware.Modules.Nim.Linux.Internal.EthPortInfoSwitchKSZ8863gpio";
-const std::string Failed8794 = "Can not read data from KSZ8794 Switch: SPI_IOC_MESSAGE failed: -1";
-const std::string Failed8863 = "Can not read data from KSZ8863 Switch: SPI_IOC_MESSAGE failed: -1";
 const std::string NoHandle = "Error in ReadRegister(): Handle invalid.fdSpi = -1";
 
-// Every transfer is one SPI_IOC_MESSAGE(1) of three bytes with the device's
-// default clock, word size and delays.
+// Every transfer is one SPI_IOC_MESSAGE(1) of the three bytes expected, with
+// the device's default clock, word size and delays.
 void ExpectCommands(const SpiDevice& device, const std::vector<Bytes>& expected)
 {
-    const auto transfers = device.Transfers();
-    ASSERT_EQ(transfers.size(), expected.size());
+    const auto state = device.State();
+    ASSERT_EQ(state.transfers.size(), expected.size());
     for (std::size_t i = 0; i < expected.size(); ++i) {
-        EXPECT_EQ(transfers[i].sent, expected[i]) << i;
-        EXPECT_EQ(transfers[i].length, 3U);
-        EXPECT_TRUE(transfers[i].defaultsOnly);
+        EXPECT_EQ(state.transfers[i].sent, expected[i]) << i;
+        EXPECT_TRUE(state.transfers[i].defaultsOnly);
     }
-    EXPECT_EQ(device.ForeignRequests(), 0);
-    EXPECT_EQ(device.LastOpenFlags() & O_ACCMODE, O_RDWR);
+    EXPECT_EQ(state.foreignRequests, 0);
+    EXPECT_EQ(state.lastOpenFlags & O_ACCMODE, O_RDWR);
 }
 
 class SpiSwitchPort : public ::testing::Test {
@@ -86,9 +82,9 @@ protected:
     std::unique_ptr<Ksz8794> Make8794(unsigned int port) const { return std::make_unique<Ksz8794>(3, port, settings); }
     std::unique_ptr<Ksz8863> Make8863(unsigned int port) const { return std::make_unique<Ksz8863>(2, port, settings); }
 
-    Zel::Test::ScratchDirectory dir;
+    ScratchDirectory dir;
     ModuleSettings settings;
-    Zel::Test::LogCapture capture{8};
+    LogCapture capture{8};
 };
 
 // Without a link (KSZ8794 link register bit 5, KSZ8863 GPIO line) speed and
@@ -96,14 +92,18 @@ protected:
 TEST_F(SpiSwitchPort, RegisterDecodingTables)
 {
     // Any revision in the identity's low nibble is accepted.
-    SpiDevice spi8794 = SpiEmulator::Ksz8794().Register(0x01, 0x6E).Build(Node8794);
+    SpiDevice spi8794 = SpiEmulator::Ksz8794().Register(0x01, 0x6E).Register(0xAB, 0x42).Build(Node8794);
     SpiDevice spi8863 = SpiEmulator::Ksz8863().Register(0x01, 0x3F).Build(Node8863);
     const auto port8794 = Make8794(2);
     const auto port8863 = Make8863(1);
-    std::istringstream rows(Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/registers.cases").at(0)["rows"]);
+    // The chip check: identity registers 0 and 1, each read once. KSZ8794:
+    // 011, twelve address bits and a turnaround bit.
+    ExpectCommands(spi8794, {{0x60, 0x00, 0x00}, {0x60, 0x02, 0x00}});
+    ExpectCommands(spi8863, {{0x03, 0x00, 0x00}, {0x03, 0x01, 0x00}});
+    std::istringstream rows(ReadCases(std::string(ZEL_TEST_CASES) + "/registers.cases").at(0)["rows"]);
     for (std::string row; std::getline(rows, row);) {
         SCOPED_TRACE(row);
-        const auto fields = Zel::Test::Words(row); // chip|link|register value|state|speed|duplex
+        const auto fields = Words(row); // chip|link|register value|state|speed|duplex
         const bool is8794 = fields.at(0) == "KSZ8794";
         const auto link = static_cast<std::uint8_t>(std::stoul(fields.at(1), nullptr, 0));
         SpiDevice& spi = is8794 ? spi8794 : spi8863;
@@ -127,6 +127,17 @@ TEST_F(SpiSwitchPort, RegisterDecodingTables)
                                  : std::vector<Bytes>{linkRead, linkRead, linkRead})
                            : (up ? std::vector<Bytes>{{0x03, 0x1F, 0x00}, {0x03, 0x1F, 0x00}} : std::vector<Bytes>{}));
     }
+
+    // A register number with bit 7 set, which no port asks for, goes into the
+    // KSZ8794's first byte.
+    SpiSwitchRegisterReader reader(SpiSwitchChip::Ksz8794, Logging::LogChannel{typeid(SpiSwitchPort)});
+    reader.Open(settings, 3);
+    spi8794.ClearTransfers();
+    unsigned char value = 0;
+    ASSERT_TRUE(reader.Read(0xAB, value));
+    EXPECT_EQ(value, 0x42);
+    ExpectCommands(spi8794, {{0x61, 0x56, 0x00}});
+    reader.Close();
     EXPECT_TRUE(capture.Records().empty());
 }
 
@@ -141,14 +152,14 @@ TEST_F(SpiSwitchPort, FailedReadsGiveUnknownCodesWithOneMessageEach)
     EXPECT_EQ(port8794->GetPortLinkState(), LinkState::Unknown);
     EXPECT_EQ(port8794->GetPortLinkSpeed(), LinkSpeed::Unknown);
     spi8794.FailTransfers(false);
-    spi8794.FailReadsOf(0x1F, true);
+    spi8794.FailReadsOf(0x1F);
     EXPECT_EQ(port8794->GetPortLinkDuplex(), LinkDuplex::Unknown);
-    EXPECT_EQ(capture.Count(3, Failed8794), 3U);
+    EXPECT_EQ(capture.Count(3, "Can not read data from KSZ8794 Switch: SPI_IOC_MESSAGE failed: -1"), 3U);
 
     EXPECT_EQ(port8863->GetPortLinkState(), LinkState::Up) << "the link comes from the GPIO line";
     EXPECT_EQ(port8863->GetPortLinkSpeed(), LinkSpeed::Unknown);
     EXPECT_EQ(port8863->GetPortLinkDuplex(), LinkDuplex::Unknown);
-    EXPECT_EQ(capture.Count(3, Failed8863), 2U);
+    EXPECT_EQ(capture.Count(3, "Can not read data from KSZ8863 Switch: SPI_IOC_MESSAGE failed: -1"), 2U);
     EXPECT_EQ(capture.Records().size(), 5U);
 
     // An unreadable link line: GpioAccess's two messages per query, and no SPI traffic.
@@ -167,10 +178,10 @@ TEST_F(SpiSwitchPort, FailedReadsGiveUnknownCodesWithOneMessageEach)
 // registers.
 TEST_F(SpiSwitchPort, ChipCheckFailuresStopSetUp)
 {
-    std::istringstream rows(Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/registers.cases").at(1)["rows"]);
+    std::istringstream rows(ReadCases(std::string(ZEL_TEST_CASES) + "/registers.cases").at(1)["rows"]);
     for (std::string row; std::getline(rows, row);) {
         SCOPED_TRACE(row);
-        const auto fields = Zel::Test::Words(row); // chip|id0|id1|failing read|thrown|logged
+        const auto fields = Words(row); // chip|id0|id1|failing read|thrown|logged
         const bool is8794 = fields.at(0) == "KSZ8794";
         capture.Sink().Clear();
         SpiDevice device = (is8794 ? SpiEmulator::Ksz8794() : SpiEmulator::Ksz8863())
@@ -178,7 +189,7 @@ TEST_F(SpiSwitchPort, ChipCheckFailuresStopSetUp)
                                .Register(1, static_cast<std::uint8_t>(std::stoul(fields.at(2), nullptr, 0)))
                                .Build(is8794 ? Node8794 : Node8863);
         if (!fields.at(3).empty()) {
-            device.FailReadsOf(static_cast<unsigned int>(std::stoul(fields.at(3))), true);
+            device.FailReadsOf(static_cast<unsigned int>(std::stoul(fields.at(3))));
         }
         try {
             is8794 ? (void)Make8794(1) : (void)Make8863(1);
@@ -196,13 +207,17 @@ TEST_F(SpiSwitchPort, ChipCheckFailuresStopSetUp)
     }
 }
 
-TEST_F(SpiSwitchPort, RefusedBeforeTheDeviceIsOpened)
+// A port the chip does not have, or a missing node or link line, is refused
+// before the device is opened. After a failed chip check the device stays
+// open and later ports skip the check; the first destructor closes the one
+// device of all ports.
+TEST_F(SpiSwitchPort, OneDeviceForAllPortsThatTheFirstDestructorCloses)
 {
     ExpectThrow<InvalidOperationException>([this] { Make8794(1); }, "Could not open driver '" + Node8794 + "'.");
     ExpectThrow<InvalidOperationException>([this] { Make8863(1); }, "Could not open driver '" + Node8863 + "'.");
-
-    const SpiDevice spi8794 = SpiEmulator::Ksz8794().Build(Node8794);
-    const SpiDevice spi8863 = SpiEmulator::Ksz8863().Build(Node8863);
+    const long before = OpenDescriptorCount();
+    SpiDevice spi8794 = SpiEmulator::Ksz8794().Register(0x00, 0x00).Register(0x2E, 0x20).Build(Node8794);
+    SpiDevice spi8863 = SpiEmulator::Ksz8863().Register(0x00, 0x87).Register(0x2F, 0x06).Build(Node8863);
     for (unsigned int port : {0U, 3U}) {
         const std::string message = ArgumentException::Create("port", port, "unsupported").GetMessage();
         ExpectThrow<ArgumentException>([&] { Make8794(port); }, message);
@@ -212,17 +227,9 @@ TEST_F(SpiSwitchPort, RefusedBeforeTheDeviceIsOpened)
     dir.Remove("link1");
     ExpectThrow<InvalidOperationException>([this] { Make8863(1); },
                                            "Could not open '" + dir.Path("link1") + "': No such file or directory");
-    EXPECT_EQ(spi8794.OpenCount(), 0);
-    EXPECT_EQ(spi8863.OpenCount(), 0);
-}
+    EXPECT_EQ(spi8794.OpenCount() + spi8863.OpenCount(), 0);
+    dir.Write("link1", "1\n");
 
-// After a failed chip check the device stays open and later ports skip the
-// check; the first destructor closes the one device of all ports.
-TEST_F(SpiSwitchPort, OneDeviceForAllPortsThatTheFirstDestructorCloses)
-{
-    const long before = OpenDescriptorCount();
-    SpiDevice spi8794 = SpiEmulator::Ksz8794().Register(0x00, 0x00).Register(0x2E, 0x20).Build(Node8794);
-    SpiDevice spi8863 = SpiEmulator::Ksz8863().Register(0x00, 0x87).Register(0x2F, 0x06).Build(Node8863);
     EXPECT_THROW(Make8794(1), NotSupportedException);
     EXPECT_THROW(Make8863(1), NotSupportedException);
     EXPECT_EQ(OpenDescriptorCount(), before + 3) << "both devices and the failed port's link line";
@@ -252,37 +259,6 @@ TEST_F(SpiSwitchPort, OneDeviceForAllPortsThatTheFirstDestructorCloses)
     EXPECT_EQ(spi8863.OpenCount(), 1);
     // A device closed by a destructor is opened and checked again.
     ExpectThrow<NotSupportedException>([this] { Make8794(1); }, "KSZ8794: Chip id0 mismatch.");
-}
-
-// The chip check reads the two identity registers once; a register number
-// with bit 7 set (which no port asks for) goes where each chip expects it.
-TEST_F(SpiSwitchPort, ReaderChecksTheChipOnceAndSendsEachChipsCommand)
-{
-    const Zel::System::Commons::Logging::LogChannel channel{typeid(SpiSwitchPort)};
-    for (const SpiSwitchChip* chip : {&SpiSwitchChip::Ksz8794, &SpiSwitchChip::Ksz8863}) {
-        const bool is8794 = chip == &SpiSwitchChip::Ksz8794;
-        SpiDevice device =
-            (is8794 ? SpiEmulator::Ksz8794() : SpiEmulator::Ksz8863()).Register(0xAB, 0x42).Build(Node8794);
-        SpiSwitchRegisterReader reader(*chip, channel);
-        unsigned char value = 0;
-        EXPECT_FALSE(reader.Read(0xAB, value)) << "not open yet";
-        reader.Open(settings, 3);
-        reader.Open(settings, 3);
-        // KSZ8794: 011, twelve address bits and a turnaround bit.
-        ExpectCommands(device,
-                       is8794 ? std::vector<Bytes>{{0x60, 0x00, 0x00}, {0x60, 0x02, 0x00}}
-                              : std::vector<Bytes>{{0x03, 0x00, 0x00}, {0x03, 0x01, 0x00}});
-        device.ClearTransfers();
-        ASSERT_TRUE(reader.Read(0xAB, value));
-        EXPECT_EQ(value, 0x42);
-        // KSZ8794: bit 7 of the address goes into the first byte.
-        ExpectCommands(device, {is8794 ? Bytes{0x61, 0x56, 0x00} : Bytes{0x03, 0xAB, 0x00}});
-        EXPECT_EQ(device.OpenCount(), 1);
-        reader.Close();
-        reader.Close();
-        EXPECT_FALSE(reader.Read(0xAB, value));
-    }
-    EXPECT_EQ(capture.Count(3, "Error in ReadRegister(): Handle invalid.fdSpi = -1"), 4U);
 }
 
 } // namespace

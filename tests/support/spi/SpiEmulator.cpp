@@ -6,8 +6,6 @@
 #include <cstring>
 #include <linux/spi/spidev.h>
 #include <map>
-#include <mutex>
-#include <set>
 #include <stdexcept>
 #include <string_view>
 #include <sys/eventfd.h>
@@ -15,36 +13,10 @@
 
 namespace Zel::Test {
 
+namespace {
+
 // Register space of both chips: the KSZ8794 addresses 12 bits.
 constexpr std::size_t RegisterCount = 4096;
-
-struct SpiDeviceState {
-    std::string path;
-    bool ksz8794 = true;
-    std::vector<std::uint8_t> registers;
-    bool failTransfers = false;
-    std::set<unsigned int> failingReads;
-    std::vector<SpiTransfer> transfers;
-    int openCount = 0;
-    int lastOpenFlags = -1;
-    int foreignRequests = 0;
-
-    // The register a transfer reads, or -1: the command and address are
-    // shifted in first, the value follows.
-    long ReadAddress(const std::uint8_t* tx, std::size_t length) const
-    {
-        if (tx == nullptr || length < 3) {
-            return -1;
-        }
-        if (ksz8794) {
-            const unsigned int word = (static_cast<unsigned int>(tx[0]) << 8U) | tx[1];
-            return (word >> 13U) == 0x3U ? static_cast<long>((word >> 1U) & 0xFFFU) : -1;
-        }
-        return tx[0] == 0x03 ? static_cast<long>(tx[1]) : -1;
-    }
-};
-
-namespace {
 
 struct Registry {
     std::mutex lock;
@@ -60,15 +32,26 @@ Registry& TheRegistry()
     return *registry;
 }
 
-// Runs `action` on the state under the registry's lock.
-template <typename Action>
-auto Locked(SpiDeviceState& state, Action action)
+// The register a transfer reads, or -1: the command and address are shifted
+// in first, the value follows.
+long ReadAddress(const SpiDeviceState& state, const std::uint8_t* tx, std::size_t length)
 {
-    std::lock_guard<std::mutex> guard(TheRegistry().lock);
-    return action(state);
+    if (tx == nullptr || length < 3) {
+        return -1;
+    }
+    if (state.ksz8794) {
+        const unsigned int word = (static_cast<unsigned int>(tx[0]) << 8U) | tx[1];
+        return (word >> 13U) == 0x3U ? static_cast<long>((word >> 1U) & 0xFFFU) : -1;
+    }
+    return tx[0] == 0x03 ? static_cast<long>(tx[1]) : -1;
 }
 
 } // namespace
+
+std::mutex& SpiLock()
+{
+    return TheRegistry().lock;
+}
 
 namespace SpiHooks {
 
@@ -110,16 +93,12 @@ bool Ioctl(int fd, unsigned long request, void* argument, int* result)
     const auto& transfer = *static_cast<const spi_ioc_transfer*>(argument);
     const auto* tx = reinterpret_cast<const std::uint8_t*>(static_cast<std::uintptr_t>(transfer.tx_buf));
     auto* rx = reinterpret_cast<std::uint8_t*>(static_cast<std::uintptr_t>(transfer.rx_buf));
-    const long address = state.ReadAddress(tx, transfer.len);
-    SpiTransfer record;
-    record.length = transfer.len;
-    record.defaultsOnly = transfer.speed_hz == 0 && transfer.delay_usecs == 0 && transfer.bits_per_word == 0 &&
+    const long address = ReadAddress(state, tx, transfer.len);
+    const bool defaultsOnly = transfer.speed_hz == 0 && transfer.delay_usecs == 0 && transfer.bits_per_word == 0 &&
         transfer.cs_change == 0 && transfer.tx_nbits == 0 && transfer.rx_nbits == 0 && transfer.word_delay_usecs == 0 &&
         transfer.pad == 0;
-    if (tx != nullptr) {
-        record.sent.assign(tx, tx + transfer.len);
-    }
-    state.transfers.push_back(record);
+    state.transfers.push_back(
+        {tx == nullptr ? std::vector<std::uint8_t>() : std::vector<std::uint8_t>(tx, tx + transfer.len), defaultsOnly});
     if (state.failTransfers || (address >= 0 && state.failingReads.count(static_cast<unsigned int>(address)) != 0)) {
         errno = EIO;
         return true;
@@ -138,76 +117,35 @@ bool Ioctl(int fd, unsigned long request, void* argument, int* result)
 
 void Forget(int fd)
 {
-    Registry& registry = TheRegistry();
-    std::lock_guard<std::mutex> guard(registry.lock);
-    registry.descriptors.erase(fd);
+    std::lock_guard<std::mutex> guard(SpiLock());
+    TheRegistry().descriptors.erase(fd);
 }
 
 } // namespace SpiHooks
 
-SpiDevice::SpiDevice(std::shared_ptr<SpiDeviceState> state) : state(std::move(state))
-{
-}
-
 SpiDevice::~SpiDevice()
 {
-    Locked(*state, [](SpiDeviceState& s) { TheRegistry().nodes.erase(s.path); });
-}
-
-const std::string& SpiDevice::Path() const
-{
-    return state->path;
-}
-void SpiDevice::SetRegister(unsigned int address, std::uint8_t value)
-{
-    Locked(*state, [&](auto& s) { s.registers.at(address) = value; });
-}
-void SpiDevice::FailTransfers(bool fail)
-{
-    Locked(*state, [&](auto& s) { s.failTransfers = fail; });
-}
-void SpiDevice::FailReadsOf(unsigned int address, bool fail)
-{
-    Locked(*state, [&](auto& s) { fail ? (void)s.failingReads.insert(address) : (void)s.failingReads.erase(address); });
-}
-void SpiDevice::ClearTransfers()
-{
-    Locked(*state, [](auto& s) { s.transfers.clear(); });
-}
-std::vector<SpiTransfer> SpiDevice::Transfers() const
-{
-    return Locked(*state, [](auto& s) { return s.transfers; });
-}
-int SpiDevice::OpenCount() const
-{
-    return Locked(*state, [](auto& s) { return s.openCount; });
-}
-int SpiDevice::LastOpenFlags() const
-{
-    return Locked(*state, [](auto& s) { return s.lastOpenFlags; });
-}
-int SpiDevice::ForeignRequests() const
-{
-    return Locked(*state, [](auto& s) { return s.foreignRequests; });
-}
-
-SpiEmulator::SpiEmulator(bool ksz8794) : ksz8794(ksz8794), registers(RegisterCount, 0)
-{
+    std::lock_guard<std::mutex> guard(SpiLock());
+    TheRegistry().nodes.erase(state->path);
 }
 
 // Chip id, then the family in the high nibble with revision 1 in the low one.
 SpiEmulator SpiEmulator::Ksz8794()
 {
-    return SpiEmulator(true).Register(0x00, 0x87).Register(0x01, 0x61);
+    SpiEmulator chip;
+    chip.state.registers.resize(RegisterCount);
+    return chip.Register(0x00, 0x87).Register(0x01, 0x61);
 }
 SpiEmulator SpiEmulator::Ksz8863()
 {
-    return SpiEmulator(false).Register(0x00, 0x88).Register(0x01, 0x31);
+    SpiEmulator chip = Ksz8794();
+    chip.state.ksz8794 = false;
+    return chip.Register(0x00, 0x88).Register(0x01, 0x31);
 }
 
 SpiEmulator& SpiEmulator::Register(unsigned int address, std::uint8_t value)
 {
-    registers.at(address) = value;
+    state.registers.at(address) = value;
     return *this;
 }
 
@@ -217,15 +155,13 @@ SpiDevice SpiEmulator::Build(const std::string& path) const
     if (access(path.c_str(), F_OK) == 0) {
         throw std::runtime_error("SpiEmulator: a real file exists at '" + path + "'");
     }
-    auto state = std::make_shared<SpiDeviceState>();
-    state->path = path;
-    state->ksz8794 = ksz8794;
-    state->registers = registers;
-    std::lock_guard<std::mutex> guard(TheRegistry().lock);
-    if (!TheRegistry().nodes.emplace(path, state).second) {
+    auto node = std::make_shared<SpiDeviceState>(state);
+    node->path = path;
+    std::lock_guard<std::mutex> guard(SpiLock());
+    if (!TheRegistry().nodes.emplace(path, node).second) {
         throw std::runtime_error("SpiEmulator: '" + path + "' is already emulated");
     }
-    return SpiDevice(state);
+    return SpiDevice(node);
 }
 
 } // namespace Zel::Test

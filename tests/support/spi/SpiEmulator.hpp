@@ -8,11 +8,13 @@
 //   device.Transfers()  // every SPI_IOC_MESSAGE(1) transfer with its sent bytes
 //
 // Only executables that want the emulator link SpiEmulator.cpp and
-// SpiInterposer.cpp (they are not part of zel_test_support on purpose).
+// SpiInterposer.cpp (they are kept out of zel_test_support on purpose).
 #pragma once
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -20,36 +22,52 @@ namespace Zel::Test {
 
 // One SPI_IOC_MESSAGE(1) request as the emulated node saw it.
 struct SpiTransfer {
-    std::vector<std::uint8_t> sent; // the tx bytes, len of them
-    std::uint32_t length = 0;
+    std::vector<std::uint8_t> sent; // the tx bytes, len of them (none without a tx buffer)
     // Every field besides the buffers and len was 0: the device's own clock,
     // word size and delays, no chip-select change.
     bool defaultsOnly = false;
 };
 
-struct SpiDeviceState;
+// A node's registers, its faults and what it has seen; the interposer works
+// on it under SpiLock().
+struct SpiDeviceState {
+    std::string path;
+    bool ksz8794 = true;
+    std::vector<std::uint8_t> registers;
+    bool failTransfers = false; // every transfer fails with EIO
+    std::set<unsigned int> failingReads; // the transfers reading these fail with EIO
+    std::vector<SpiTransfer> transfers;
+    int openCount = 0; // successful opens of the node so far
+    int lastOpenFlags = -1;
+    int foreignRequests = 0; // ioctls other than SPI_IOC_MESSAGE(1), answered with ENOTTY
+};
+
+std::mutex& SpiLock();
 
 // The node while it exists; destroying it removes the path (descriptors that
 // are still open keep answering).
 class SpiDevice {
 public:
-    explicit SpiDevice(std::shared_ptr<SpiDeviceState> state);
+    explicit SpiDevice(std::shared_ptr<SpiDeviceState> state) : state(std::move(state)) {}
     ~SpiDevice();
     SpiDevice(const SpiDevice&) = delete;
     SpiDevice& operator=(const SpiDevice&) = delete;
 
-    const std::string& Path() const;
-    void SetRegister(unsigned int address, std::uint8_t value);
-    // Makes every following transfer fail (-1, errno EIO), or succeed again.
-    void FailTransfers(bool fail);
-    // Makes the transfers that read `address` fail, or succeed again.
-    void FailReadsOf(unsigned int address, bool fail);
-
-    std::vector<SpiTransfer> Transfers() const;
-    void ClearTransfers();
-    int OpenCount() const; // successful opens of the node so far
-    int LastOpenFlags() const;
-    int ForeignRequests() const; // ioctls other than SPI_IOC_MESSAGE(1), answered with ENOTTY
+    const std::string& Path() const { return state->path; }
+    // Changed from the test's thread between queries, while no other thread
+    // uses the node; the stress rig only builds its nodes.
+    void SetRegister(unsigned int address, std::uint8_t value) { state->registers.at(address) = value; }
+    void FailTransfers(bool fail) { state->failTransfers = fail; }
+    void FailReadsOf(unsigned int address) { state->failingReads.insert(address); }
+    void ClearTransfers() { state->transfers.clear(); }
+    // A copy of the state as it is now.
+    SpiDeviceState State() const
+    {
+        std::lock_guard<std::mutex> guard(SpiLock());
+        return *state;
+    }
+    std::vector<SpiTransfer> Transfers() const { return State().transfers; }
+    int OpenCount() const { return State().openCount; }
 
 private:
     std::shared_ptr<SpiDeviceState> state;
@@ -71,10 +89,7 @@ public:
     SpiDevice Build(const std::string& path) const;
 
 private:
-    explicit SpiEmulator(bool ksz8794);
-
-    bool ksz8794;
-    std::vector<std::uint8_t> registers;
+    SpiDeviceState state;
 };
 
 } // namespace Zel::Test

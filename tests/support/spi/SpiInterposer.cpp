@@ -35,12 +35,6 @@ int OpenWith(OpenFunction next, const char* path, int flags, va_list args)
     return Zel::Test::SpiHooks::Open(path, flags, &result) ? result : next(path, flags, mode);
 }
 
-int Open2With(Open2Function next, const char* path, int flags)
-{
-    int result = -1;
-    return Zel::Test::SpiHooks::Open(path, flags, &result) ? result : next(path, flags);
-}
-
 int IoctlWith(IoctlFunction next, int fd, unsigned long request, va_list args)
 {
     void* argument = va_arg(args, void*);
@@ -72,13 +66,15 @@ ZEL_SPI_VARIADIC(__ioctl_time64, IoctlFunction, IoctlWith, int, fd, unsigned lon
 int __open_2(const char* path, int flags)
 {
     static const auto next = Next<Open2Function>("__open_2");
-    return Open2With(next, path, flags);
+    int result = -1;
+    return Zel::Test::SpiHooks::Open(path, flags, &result) ? result : next(path, flags);
 }
 
 int __open64_2(const char* path, int flags)
 {
     static const auto next = Next<Open2Function>("__open64_2");
-    return Open2With(next, path, flags);
+    int result = -1;
+    return Zel::Test::SpiHooks::Open(path, flags, &result) ? result : next(path, flags);
 }
 
 int close(int fd)
