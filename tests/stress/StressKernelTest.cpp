@@ -43,8 +43,8 @@ using Zel::System::Commons::BasicString;
 using Zel::System::Commons::Logging::LogAdapter;
 using Zel::System::Commons::Logging::LogManager;
 
-constexpr int queryThreads = 8;
-constexpr int iterationsPerThread = 120;
+constexpr std::size_t queryThreads = 8;
+constexpr std::size_t iterationsPerThread = 120;
 
 // Warnings and errors in the log. qemu-user implements no SIOCETHTOOL, so
 // under it the I210 port's speed and duplex fail with ENOSYS (38) on every
@@ -68,12 +68,24 @@ std::size_t EmulatorErrors(const Zel::Test::LogCapture& capture)
     return capture.Sink().Count(emulatorErrors[0]) + capture.Sink().Count(emulatorErrors[1]);
 }
 
-// Lets every thread start at the same moment, so that the first calls race.
-void ArriveAndWait(std::atomic<int>& arrived, int runners)
+// Runs body(0) to body(runners - 1) on threads that start at the same
+// moment, so that the first calls race, and waits for all of them.
+template <typename Body>
+void RunTogether(std::size_t runners, const Body& body)
 {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    for (++arrived; arrived.load() < runners && std::chrono::steady_clock::now() < deadline;) {
-        std::this_thread::yield();
+    std::atomic<std::size_t> arrived{0};
+    std::vector<std::thread> threads;
+    for (std::size_t t = 0; t < runners; ++t) {
+        threads.emplace_back([&, t] {
+            const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+            for (++arrived; arrived.load() < runners && std::chrono::steady_clock::now() < deadline;) {
+                std::this_thread::yield();
+            }
+            body(t);
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
     }
 }
 
@@ -211,47 +223,36 @@ TEST(ConcurrentQueries, EightThreadsGetTheSingleThreadedAnswersWhileOneRegisters
     const std::size_t emulatorErrorsPerRound = EmulatorErrors(capture);
 
     std::array<std::string, queryThreads> failures;
-    std::atomic<bool> readersDone{false};
-    std::atomic<int> registrations{0};
-    std::atomic<int> start{0};
-    std::vector<std::thread> threads;
-    for (std::size_t t = 0; t < queryThreads; ++t) {
-        threads.emplace_back([&, t] {
-            ArriveAndWait(start, queryThreads + 1);
-            for (int i = 0; i < iterationsPerThread && failures[t].empty(); ++i) {
-                try {
-                    const auto got = rig.Collect();
-                    if (got != expected) {
-                        failures[t] = fmt::format("{}", fmt::join(got, "\n"));
-                    }
-                } catch (const std::exception& e) {
-                    failures[t] = e.what();
-                }
-            }
-        });
-    }
-    // The one writer: components come and go on an interface nobody reads.
-    threads.emplace_back([&] {
-        ArriveAndWait(start, queryThreads + 1);
-        for (int i = 0; !readersDone.load(); ++i, ++registrations) {
+    std::atomic<std::size_t> readersLeft{queryThreads};
+    int registrations = 0;
+    RunTogether(queryThreads + 1, [&](std::size_t t) {
+        // The one writer: components come and go on an interface nobody reads.
+        for (; t == queryThreads && readersLeft.load() > 0; ++registrations) {
             std::unique_lock<std::shared_mutex> writer(registryLock);
-            if (i % 2 == 0) {
-                rig.Registry().RegisterNetworkComponent(BasicString::Format("transient-{0}", i % 16), 9);
+            if (registrations % 2 == 0) {
+                rig.Registry().RegisterNetworkComponent(BasicString::Format("transient-{0}", registrations % 16), 9);
             } else {
-                rig.Registry().UnregisterNetworkComponent(BasicString::Format("transient-{0}", (i - 1) % 16));
+                rig.Registry().UnregisterNetworkComponent(
+                    BasicString::Format("transient-{0}", (registrations - 1) % 16));
             }
         }
+        for (std::size_t i = 0; t < queryThreads && i < iterationsPerThread && failures[t].empty(); ++i) {
+            try {
+                const auto got = rig.Collect();
+                if (got != expected) {
+                    failures[t] = fmt::format("{}", fmt::join(got, "\n"));
+                }
+            } catch (const std::exception& e) {
+                failures[t] = e.what();
+            }
+        }
+        readersLeft -= t < queryThreads ? 1 : 0;
     });
-    for (int t = 0; t < queryThreads; ++t) {
-        threads[static_cast<std::size_t>(t)].join();
-    }
-    readersDone = true;
-    threads.back().join();
 
     for (const auto& failure : failures) {
         EXPECT_EQ(failure, "") << "expected:\n" << all;
     }
-    EXPECT_GT(registrations.load(), 0);
+    EXPECT_GT(registrations, 0);
     EXPECT_EQ(rig.Collect(), expected);
     EXPECT_EQ(Problems(capture), std::vector<std::string>{});
     EXPECT_EQ(EmulatorErrors(capture), emulatorErrorsPerRound * (queryThreads * iterationsPerThread + 2));
@@ -289,35 +290,27 @@ TEST(ConcurrentSetters, EverySetterSucceedsAndReadersSeeOnlyWholeValues)
     }};
     constexpr int writesPerSetter = 40;
     std::array<std::string, fields.size() * 2> failures; // a setter, then a reader, for each field
-    std::atomic<int> start{0};
     std::atomic<int> settersDone{0};
-    std::vector<std::thread> threads;
-    for (std::size_t r = 0; r < failures.size(); ++r) {
-        threads.emplace_back([&, r] {
-            const Field& field = fields[r % fields.size()];
-            ArriveAndWait(start, static_cast<int>(failures.size()));
-            for (int i = writesPerSetter; r < fields.size() && i-- > 0 && failures[r].empty();) {
-                const char* value = field.values[static_cast<std::size_t>(i % 2)];
-                if ((ipConfig.*field.set)(field.device, value) != Zel::Hardware::Nim::AccessErrorCode::Success) {
-                    failures[r] = fmt::format("setting {} failed", value);
-                }
+    RunTogether(failures.size(), [&](std::size_t r) {
+        const Field& field = fields[r % fields.size()];
+        for (int i = writesPerSetter; r < fields.size() && i-- > 0 && failures[r].empty();) {
+            const char* value = field.values[static_cast<std::size_t>(i % 2)];
+            if ((ipConfig.*field.set)(field.device, value) != Zel::Hardware::Nim::AccessErrorCode::Success) {
+                failures[r] = fmt::format("setting {} failed", value);
             }
-            settersDone += r < fields.size() ? 1 : 0;
-            while (r >= fields.size() && settersDone.load() < static_cast<int>(fields.size()) && failures[r].empty()) {
-                try {
-                    const BasicString got = (ipConfig.*field.get)(field.device);
-                    if (got != field.initial && got != field.values[0] && got != field.values[1]) {
-                        failures[r] = fmt::format("read {}", got);
-                    }
-                } catch (const std::exception& e) {
-                    failures[r] = e.what();
+        }
+        settersDone += r < fields.size() ? 1 : 0;
+        while (r >= fields.size() && settersDone.load() < static_cast<int>(fields.size()) && failures[r].empty()) {
+            try {
+                const BasicString got = (ipConfig.*field.get)(field.device);
+                if (got != field.initial && got != field.values[0] && got != field.values[1]) {
+                    failures[r] = fmt::format("read {}", got);
                 }
+            } catch (const std::exception& e) {
+                failures[r] = e.what();
             }
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
+        }
+    });
     for (const auto& failure : failures) {
         EXPECT_EQ(failure, "");
     }
@@ -362,21 +355,13 @@ TEST(LogChannelCreation, RacingFirstCallsCreateOneAdapterPerChannel)
     const std::size_t adaptersBefore = manager.GetAdapterCount();
 
     std::array<std::array<const LogAdapter*, raceChannels>, raceThreads> seen{};
-    std::atomic<int> start{0};
-    std::vector<std::thread> threads;
-    for (std::size_t t = 0; t < raceThreads; ++t) {
-        threads.emplace_back([&, t] {
-            ArriveAndWait(start, raceThreads);
-            // Each thread starts at another channel, so every first call has several threads.
-            for (std::size_t i = 0; i < raceChannels; ++i) {
-                const std::size_t channel = (i + t * 3) % raceChannels;
-                seen[t][channel] = touches[channel]();
-            }
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
+    RunTogether(raceThreads, [&](std::size_t t) {
+        // Each thread starts at another channel, so every first call has several threads.
+        for (std::size_t i = 0; i < raceChannels; ++i) {
+            const std::size_t channel = (i + t * 3) % raceChannels;
+            seen[t][channel] = touches[channel]();
+        }
+    });
 
     EXPECT_EQ(manager.GetAdapterCount(), adaptersBefore + raceChannels);
     for (std::size_t c = 0; c < raceChannels; ++c) {
