@@ -92,18 +92,6 @@ const Write writes[] = {{"eth0", "netmask", "255.255.255.0"},
                         {"eth5", "address", "10.5.0.6"},
                         {"eth7", "netmask", "255.255.255.128"}};
 
-// One writer: a write for each 'w' on `go`, its result as one digit on `done`.
-void ServeWrites(const IpConfigFileAccess& access, const Write& write, int go, int done)
-{
-    char command = 0;
-    while (::read(go, &command, 1) == 1 && command == 'w') {
-        const char result = static_cast<char>('0' + access.WriteIpPara(write.interfaceName, write.key, write.value));
-        if (::write(done, &result, 1) != 1) {
-            return;
-        }
-    }
-}
-
 char ReadWithin(int fd, std::chrono::seconds limit)
 {
     pollfd wanted{fd, POLLIN, 0};
@@ -139,50 +127,35 @@ TEST_P(IpConfigRace, EveryRoundGivesTheSequentialResult)
     }
     const std::string expected = ReadFile(interfacesFile);
 
-    int done[2];
-    ASSERT_EQ(0, ::pipe(done));
-    std::vector<int> go; // one per writer; closing it ends the writer
-    for (std::size_t w = 0; w < writers; ++w) {
-        int toWriter[2];
-        ASSERT_EQ(0, ::pipe(toWriter));
-        go.push_back(toWriter[1]);
-        if (const pid_t writer = ::fork(); writer == 0) {
-            for (const int fd : go) {
-                ::close(fd);
-            }
-            ServeWrites(access, writes[w], toWriter[0], done[1]);
-            _exit(0);
-        } else {
-            ASSERT_GT(writer, 0);
-            ::close(toWriter[0]);
-        }
-    }
-
     constexpr int rounds = 200;
     int failedWrites = 0;
     int wrongFiles = 0;
     int strayFiles = 0;
     for (int round = 0; round < rounds; ++round) {
         WriteFile(interfacesFile, board);
-        for (const int fd : go) {
-            ASSERT_EQ(1, ::write(fd, "w", 1));
-        }
-        std::string results;
+        // The writers wait on `go` and all start when it is closed.
+        int go[2];
+        ASSERT_EQ(0, ::pipe(go));
         for (std::size_t w = 0; w < writers; ++w) {
-            results += ReadWithin(done[0], std::chrono::seconds(30));
+            const pid_t writer = ::fork();
+            ASSERT_GE(writer, 0);
+            if (writer == 0) {
+                char ignored = 0;
+                ::close(go[1]);
+                _exit(::read(go[0], &ignored, 1) == 0
+                          ? access.WriteIpPara(writes[w].interfaceName, writes[w].key, writes[w].value)
+                          : 2);
+            }
         }
-        failedWrites += results != std::string(writers, '0') ? 1 : 0;
+        ::close(go[0]);
+        ::close(go[1]);
+        for (int status = 0; ::wait(&status) > 0;) {
+            failedWrites += WIFEXITED(status) && WEXITSTATUS(status) == 0 ? 0 : 1;
+        }
         wrongFiles += ReadFile(interfacesFile) != expected ? 1 : 0;
         strayFiles += Entries(networkDirectory) != std::vector<std::string>{"interfaces"} ? 1 : 0;
     }
-    for (const int fd : go) {
-        ::close(fd);
-    }
-    while (::wait(nullptr) > 0) {
-    }
-    ::close(done[0]);
-    ::close(done[1]);
-    const std::string figures = fmt::format("{} rounds of {} writers: {} with a failed write, {} with a wrong file, "
+    const std::string figures = fmt::format("{} rounds of {} writers: {} failed writes, {} rounds with a wrong file, "
                                             "{} with stray files",
                                             rounds, writers, failedWrites, wrongFiles, strayFiles);
     RecordProperty("figures", figures);
