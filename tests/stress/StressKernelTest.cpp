@@ -288,7 +288,7 @@ TEST(ConcurrentSetters, NoSetterLosesAWriteAndReadersSeeOnlyWholeValues)
         {2, &Module::SetIpAddress, &Module::GetIpAddress, "10.0.0.10", {"10.0.0.11", "10.0.0.12"}},
         {2, &Module::SetDnsNameservers, &Module::GetDnsNameservers, "10.0.0.1", {"10.0.0.53 9.9.9.9", "10.0.0.2"}},
     }};
-    constexpr int writesPerSetter = 40;
+    constexpr int writesPerSetter = 200;
     std::array<std::string, fields.size() * 2> failures; // a setter, then a reader, for each field
     std::atomic<int> settersDone{0};
     RunTogether(failures.size(), [&](std::size_t r) {
