@@ -255,11 +255,7 @@ TEST(ConcurrentSetters, NoSetterLosesAWriteAndReadersSeeOnlyWholeValues)
 {
     ZEL_REQUIRE_SANDBOX();
     Zel::Test::LogCapture capture(8);
-    Zel::Test::WriteFile("/etc/network/interfaces",
-                         "auto eth0\niface eth0 inet static\n    address 192.168.7.10\n    netmask 255.255.255.0\n"
-                         "    gateway 192.168.7.1\n    dns-nameservers 192.168.7.1\n\n"
-                         "auto eth1\niface eth1 inet static\n    address 10.0.0.10\n    netmask 255.0.0.0\n"
-                         "    gateway 10.0.0.1\n    dns-nameservers 10.0.0.1\n\n");
+    Zel::Test::WriteFile("/etc/network/interfaces", rigCases.at(2)["file"]);
     StressRig rig;
     Zel::Hardware::Modules::Nim::Linux::IpConfigModule ipConfig;
     ipConfig.SetupSettings(ModuleSettings(), rig.Provider());
