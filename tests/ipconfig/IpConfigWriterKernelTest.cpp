@@ -17,7 +17,6 @@
 #include <random>
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -91,14 +90,6 @@ const Write writes[] = {{"eth0", "netmask", "255.255.255.0"},
                         {"eth4", "gateway", "10.4.0.254"},
                         {"eth5", "address", "10.5.0.6"},
                         {"eth7", "netmask", "255.255.255.128"}};
-
-char ReadWithin(int fd, std::chrono::seconds limit)
-{
-    pollfd wanted{fd, POLLIN, 0};
-    char byte = 0;
-    const bool got = ::poll(&wanted, 1, static_cast<int>(limit.count()) * 1000) == 1 && ::read(fd, &byte, 1) == 1;
-    return got ? byte : 'T'; // timed out
-}
 
 class IpConfigWriters : public ::testing::Test {
 protected:
@@ -203,7 +194,8 @@ TEST_F(IpConfigWriters, KilledWritersLeaveAWholeFileAndNothingElse)
         // before), wait for the next one to create its temporary file, then
         // kill the writer a random stretch into that write, which takes some
         // hundred microseconds, reading the file meanwhile.
-        ASSERT_EQ('w', ReadWithin(progress[0], std::chrono::seconds(30)));
+        char done = 0; // a writer that fails ends, closing the pipe
+        ASSERT_EQ(1, ::read(progress[0], &done, 1));
         const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(30);
         while (!Exists(interfacesFile + ".tmp") && std::chrono::steady_clock::now() < giveUp) {
         }
