@@ -2,6 +2,7 @@
 // on files behind links, bind mounts and read-only mounts, inside the network
 // sandbox (a private tmpfs over /etc/network; its mounts are the sandbox's
 // own).
+#include "CaseFile.hpp"
 #include "MemoryLogSink.hpp"
 #include "Sandbox.hpp"
 #include "TestFiles.hpp"
@@ -13,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <random>
 
@@ -75,21 +77,16 @@ void CleanNetworkDirectory()
                    "chattr -i /etc/network/data/interfaces 2>/dev/null; rm -rf /etc/network/* 2>/dev/null");
 }
 
-struct Write {
-    const char* interfaceName;
-    const char* key;
-    const char* value;
-};
-
-// Different fields of one port, then other ports: in any order the same file.
-const Write writes[] = {{"eth0", "netmask", "255.255.255.0"},
-                        {"eth0", "gateway", "10.0.0.254"},
-                        {"eth1", "address", "10.1.0.6"},
-                        {"eth2", "dns-nameservers", "10.2.0.54"},
-                        {"eth3", "inet", "dhcp"},
-                        {"eth4", "gateway", "10.4.0.254"},
-                        {"eth5", "address", "10.5.0.6"},
-                        {"eth7", "netmask", "255.255.255.128"}};
+// A writer's call: interface, key and value.
+std::vector<std::array<std::string, 3>> RaceWrites()
+{
+    std::istringstream calls(Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/race.cases").at(0)["calls"]);
+    std::vector<std::array<std::string, 3>> writes;
+    for (std::array<std::string, 3> call; calls >> call[0] >> call[1] >> call[2];) {
+        writes.push_back(call);
+    }
+    return writes;
+}
 
 class IpConfigWriters : public ::testing::Test {
 protected:
@@ -111,10 +108,12 @@ class IpConfigRace : public IpConfigWriters, public ::testing::WithParamInterfac
 TEST_P(IpConfigRace, EveryRoundGivesTheSequentialResult)
 {
     const std::size_t writers = GetParam();
+    const auto writes = RaceWrites();
+    ASSERT_LE(writers, writes.size());
     const std::string board = BoardFile();
     WriteFile(interfacesFile, board);
     for (std::size_t w = writers; w-- > 0;) { // backwards: any order gives the same file
-        ASSERT_EQ(0, access.WriteIpPara(writes[w].interfaceName, writes[w].key, writes[w].value));
+        ASSERT_EQ(0, access.WriteIpPara(writes[w][0], writes[w][1], writes[w][2]));
     }
     const std::string expected = ReadFile(interfacesFile);
 
@@ -133,9 +132,8 @@ TEST_P(IpConfigRace, EveryRoundGivesTheSequentialResult)
             if (writer == 0) {
                 char ignored = 0;
                 ::close(go[1]);
-                _exit(::read(go[0], &ignored, 1) == 0
-                          ? access.WriteIpPara(writes[w].interfaceName, writes[w].key, writes[w].value)
-                          : 2);
+                _exit(::read(go[0], &ignored, 1) == 0 ? access.WriteIpPara(writes[w][0], writes[w][1], writes[w][2])
+                                                      : 2);
             }
         }
         ::close(go[0]);
