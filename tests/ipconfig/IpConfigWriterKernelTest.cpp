@@ -225,22 +225,35 @@ TEST_F(IpConfigWriters, KilledWritersLeaveAWholeFileAndNothingElse)
 }
 
 // The real file is /etc/network/data/interfaces, mode 0640, owner 4321:4322;
-// each row sets up how /etc/network/interfaces reaches it and what is in the
-// way. Every row writes eth0's netmask.
-struct PlacementCase {
-    const char* name;
-    const char* setUp; // shell, in /etc/network
-    int result;
-    std::string messages; // of levels 1 to 5, "<level> <text>" each on a line
-    const char* leftInData = "interfaces"; // the entries of data/, sorted, separated by blanks
-    bool holdLock = false;
+// each row sets up, by shell in /etc/network, how /etc/network/interfaces
+// reaches it and what is in the way. Every row writes eth0's netmask; what
+// follows is the row's case in cases/placement.cases.
+const std::pair<const char*, const char*> placements[] = {
+    {"absolute_link", "ln -s /etc/network/data/interfaces interfaces"},
+    {"relative_link_to_absolute_link",
+     "ln -s /etc/network/data/interfaces data/current && ln -s data/current interfaces"},
+    {"bind_mounted_file", "touch interfaces && mount --bind data/interfaces interfaces"},
+    {"read_only_bind_mounted_file",
+     "touch interfaces && mount --bind data/interfaces interfaces && mount -o remount,ro,bind interfaces"},
+    {"link_into_read_only_directory",
+     "ln -s data/interfaces interfaces && mount --bind data data && mount -o remount,ro,bind data"},
+    {"immutable_file_refuses_the_good_temporary_file", "ln -s data/interfaces interfaces && chattr +i data/interfaces"},
+    {"temporary_file_is_a_directory", "ln -s data/interfaces interfaces && mkdir data/interfaces.tmp"},
+    {"temporary_file_on_a_full_disk", "ln -s data/interfaces interfaces && ln -s /dev/full data/interfaces.tmp"},
+    {"lock_held_by_another_writer", "ln -s data/interfaces interfaces"},
 };
 
-class IpConfigPlacement : public IpConfigWriters, public ::testing::WithParamInterface<PlacementCase> {};
+class IpConfigPlacement : public IpConfigWriters,
+                          public ::testing::WithParamInterface<std::pair<const char*, const char*>> {};
 
 TEST_P(IpConfigPlacement, WriteReachesTheRealFileOrFailsAndSaysWhy)
 {
-    const PlacementCase& c = GetParam();
+    const auto [name, setUp] = GetParam();
+    const auto cases = Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/placement.cases");
+    const auto c =
+        std::find_if(cases.begin(), cases.end(), [&](const Zel::Test::Case& row) { return row.name == name; });
+    ASSERT_NE(cases.end(), c) << name;
+    const int result = std::stoi((*c)["result"]);
     const std::string realFile = "/etc/network/data/interfaces";
     const std::string board = BoardFile();
     std::string changed = board;
@@ -249,57 +262,33 @@ TEST_P(IpConfigPlacement, WriteReachesTheRealFileOrFailsAndSaysWhy)
     WriteFile(realFile, board);
     ASSERT_EQ(0, ::chmod(realFile.c_str(), 0640));
     ASSERT_EQ(0, ::chown(realFile.c_str(), 4321, 4322));
-    ASSERT_EQ(0, Zel::Test::Run(std::string("cd /etc/network && ") + c.setUp)) << c.setUp;
+    ASSERT_EQ(0, Zel::Test::Run(std::string("cd /etc/network && ") + setUp)) << setUp;
     const bool link = fs::is_symlink(interfacesFile);
-    const int holder = c.holdLock ? ::open("/etc/network/data", O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1;
-    ASSERT_TRUE(!c.holdLock || ::flock(holder, LOCK_EX) == 0);
+    const int holder = c->Has("lock held") ? ::open("/etc/network/data", O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1;
+    ASSERT_TRUE(holder < 0 || ::flock(holder, LOCK_EX) == 0);
 
     Zel::Test::LogCapture capture(5);
     const IpConfigFileAccess access(parameterOrder, interfacesFile, std::chrono::milliseconds(100));
-    EXPECT_EQ(c.result, access.WriteIpPara("eth0", "netmask", "255.255.255.0"));
+    EXPECT_EQ(result, access.WriteIpPara("eth0", "netmask", "255.255.255.0"));
     std::string messages;
     for (const auto& record : capture.Records()) {
         messages += fmt::format("{} {}\n", record.level, record.text);
     }
-    EXPECT_EQ(c.messages, messages);
-    EXPECT_EQ(c.result == 0 ? changed : board, ReadFile(realFile));
+    EXPECT_EQ((*c)["messages"], messages);
+    EXPECT_EQ(result == 0 ? changed : board, ReadFile(realFile));
     EXPECT_EQ(ReadFile(realFile), ReadFile(interfacesFile));
     EXPECT_EQ(link, fs::is_symlink(interfacesFile));
     EXPECT_EQ("640 4321:4322", ModeAndOwner(realFile));
-    EXPECT_EQ(c.leftInData, fmt::format("{}", fmt::join(Entries("/etc/network/data"), " ")));
+    EXPECT_EQ((*c)["left in data"], fmt::format("{}\n", fmt::join(Entries("/etc/network/data"), " ")));
     EXPECT_EQ((std::vector<std::string>{"data", "interfaces"}), Entries(networkDirectory));
     if (holder >= 0) {
         ::close(holder);
     }
 }
 
-const PlacementCase placementCases[] = {
-    {"absolute_link", "ln -s /etc/network/data/interfaces interfaces", 0, ""},
-    {"relative_link_to_absolute_link",
-     "ln -s /etc/network/data/interfaces data/current && ln -s data/current interfaces", 0, "", "current interfaces"},
-    {"bind_mounted_file", "touch interfaces && mount --bind data/interfaces interfaces", 0,
-     "5 IpConfigFileAccess::WriteIpPara(): /etc/network/interfaces rewritten in place, not atomically: Device or "
-     "resource busy\n"},
-    {"read_only_bind_mounted_file",
-     "touch interfaces && mount --bind data/interfaces interfaces && mount -o remount,ro,bind interfaces", 1,
-     "3 IpConfigFileAccess::WriteIpPara(): Cannot replace /etc/network/interfaces: Read-only file system\n"},
-    {"link_into_read_only_directory",
-     "ln -s data/interfaces interfaces && mount --bind data data && mount -o remount,ro,bind data", 1,
-     "3 Error open file /etc/network/data/interfaces.tmp\n"},
-    {"immutable_file_refuses_the_good_temporary_file", "ln -s data/interfaces interfaces && chattr +i data/interfaces",
-     1, "3 IpConfigFileAccess::WriteIpPara(): Cannot replace /etc/network/data/interfaces: Operation not permitted\n"},
-    {"temporary_file_is_a_directory", "ln -s data/interfaces interfaces && mkdir data/interfaces.tmp", 1,
-     "3 Error open file /etc/network/data/interfaces.tmp\n", "interfaces interfaces.tmp"},
-    {"temporary_file_on_a_full_disk", "ln -s data/interfaces interfaces && ln -s /dev/full data/interfaces.tmp", 1,
-     "3 Error write file /etc/network/data/interfaces.tmp\n"},
-    {"lock_held_by_another_writer", "ln -s data/interfaces interfaces", 1,
-     "3 IpConfigFileAccess::WriteIpPara(): Lock on /etc/network/data still held by another writer after 100 ms\n",
-     "interfaces", true},
-};
-
-INSTANTIATE_TEST_SUITE_P(Files, IpConfigPlacement, ::testing::ValuesIn(placementCases),
-                         [](const ::testing::TestParamInfo<PlacementCase>& info) {
-                             return std::string(info.param.name);
+INSTANTIATE_TEST_SUITE_P(Files, IpConfigPlacement, ::testing::ValuesIn(placements),
+                         [](const ::testing::TestParamInfo<std::pair<const char*, const char*>>& info) {
+                             return std::string(info.param.first);
                          });
 
 } // namespace
