@@ -3,6 +3,7 @@
 // ipconfig.scenario). Both modules come from the plug-in's factories and the
 // Ethernet information module maps device numbers to the sandbox's
 // interfaces, as on a controller.
+#include "CaseFile.hpp"
 #include "Checks.hpp"
 #include "MemoryLogSink.hpp"
 #include "Sandbox.hpp"
@@ -37,12 +38,8 @@ using namespace Zel::Test::IpConfig;
 const std::string interfacesFile = "/etc/network/interfaces";
 const std::string temporaryFile = "/etc/network/interfaces.tmp";
 
-const std::string controllerFile = "# Controller ports\nauto lo\niface lo inet loopback\n\n"
-                                   "allow-hotplug eth0\niface eth0 inet static\n    address 192.168.10.5\n"
-                                   "    netmask 255.255.255.0\n    gateway 192.168.10.1\n"
-                                   "    dns-nameservers 192.168.10.1 8.8.8.8\n\n"
-                                   "iface eth0 inet6 static\n    address fd00::5\n    netmask 64\n\n"
-                                   "allow-hotplug eth1\niface eth1 inet dhcp\n\n";
+const Zel::Test::Case files = Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/module.cases").at(0);
+const std::string& controllerFile = files["file"];
 
 class IpConfigModuleSandbox : public ::testing::Test {
 protected:
@@ -85,19 +82,13 @@ TEST_F(IpConfigModuleSandbox, GettersReadTheValuesOfTheDevicesInterface)
 
     LogCapture capture(8);
     EXPECT_EQ("192.168.10.5", ipConfig->GetIpAddress(1));
-    std::vector<std::string> texts;
+    std::string texts;
     for (const auto& record : capture.Records()) {
         if (record.channel == "Zel.Hardware.Modules.Nim.Linux.IpConfigModule" && record.level == 8) {
-            texts.push_back(record.text);
+            texts += record.text + "\n";
         }
     }
-    EXPECT_EQ((std::vector<std::string>{"IpConfigModule::GetIpAddress(): 1", "IpConfigModule::GetDeviceIpAddress(): 1",
-                                        "IpConfigModule::ReadValueFromInterface(): Read address",
-                                        "IpConfigModule::ReadValueFromInterface(): device 1 interfaceName eth0",
-                                        "IpConfigModule::ReadValueFromInterface(): address = 192.168.10.5",
-                                        "IpConfigModule::GetDeviceIpAddress(): 192.168.10.5",
-                                        "IpConfigModule::GetIpAddress(): 192.168.10.5"}),
-              texts);
+    EXPECT_EQ(files["trace of GetIpAddress(1)"], texts);
     EXPECT_EQ(controllerFile, ReadFile(interfacesFile)) << "reading changes nothing";
 }
 
@@ -116,9 +107,7 @@ TEST_F(IpConfigModuleSandbox, AssignModeIsWrittenAndReadAsTheFrameworksWord)
                                      "IpConfigModule::GetIpAssignMode(): returnValue = " +
                                          std::to_string(static_cast<int>(mode))));
     }
-    std::string expected = controllerFile; // only eth1's header changed
-    EXPECT_EQ(expected.replace(expected.find("iface eth1 inet dhcp"), 20, "iface eth1 inet static"),
-              ReadFile(interfacesFile));
+    EXPECT_EQ(files["after every assignment mode, static last"], ReadFile(interfacesFile));
 
     for (const char* header : {"iface eth0 inet tunnel", "iface eth0 inet6 auto", "iface eth0 inet DHCP"}) {
         WriteFile(interfacesFile, std::string(header) + "\n    address 10.0.0.1\n");
@@ -134,10 +123,7 @@ TEST_F(IpConfigModuleSandbox, ValueSettersMakeTheInterfaceStatic)
     EXPECT_EQ(AccessErrorCode::Success, ipConfig->SetSubnetMask(2, "255.0.0.0"));
     EXPECT_EQ(AccessErrorCode::Success, ipConfig->SetDefaultGateway(2, "10.0.0.1"));
     EXPECT_EQ(AccessErrorCode::Success, ipConfig->SetDnsNameservers(2, "10.0.0.53 9.9.9.9"));
-    EXPECT_EQ(controllerFile.substr(0, controllerFile.find("allow-hotplug eth1")) +
-                  "allow-hotplug eth1\niface eth1 inet static\n    address 10.0.0.5\n    netmask 255.0.0.0\n"
-                  "    gateway 10.0.0.1\n    dns-nameservers 10.0.0.53 9.9.9.9\n\n",
-              ReadFile(interfacesFile));
+    EXPECT_EQ(files["after the value setters"], ReadFile(interfacesFile));
     EXPECT_FALSE(Exists(temporaryFile));
     EXPECT_TRUE(capture.Contains(8, "IpConfigModule::SetSubnetMask(): 2, 255.0.0.0"));
     EXPECT_TRUE(capture.Contains(8, "IpConfigModule::WriteValueToInterface(): Write 255.0.0.0 to netmask"));

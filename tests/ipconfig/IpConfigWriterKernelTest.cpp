@@ -14,11 +14,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <random>
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -77,40 +77,15 @@ void CleanNetworkDirectory()
                    "chattr -i /etc/network/data/interfaces 2>/dev/null; rm -rf /etc/network/* 2>/dev/null");
 }
 
-struct Write {
-    const char* interfaceName;
-    const char* key;
-    const char* value;
-};
-
-// Different fields of one port, then other ports: in any order the same file.
-const Write writes[] = {{"eth0", "netmask", "255.255.255.0"},
-                        {"eth0", "gateway", "10.0.0.254"},
-                        {"eth1", "address", "10.1.0.6"},
-                        {"eth2", "dns-nameservers", "10.2.0.54"},
-                        {"eth3", "inet", "dhcp"},
-                        {"eth4", "gateway", "10.4.0.254"},
-                        {"eth5", "address", "10.5.0.6"},
-                        {"eth7", "netmask", "255.255.255.128"}};
-
-// One writer: a write for each 'w' on `go`, its result as one digit on `done`.
-void ServeWrites(const IpConfigFileAccess& access, const Write& write, int go, int done)
+// A writer's call: interface, key and value.
+std::vector<std::array<std::string, 3>> RaceWrites()
 {
-    char command = 0;
-    while (::read(go, &command, 1) == 1 && command == 'w') {
-        const char result = static_cast<char>('0' + access.WriteIpPara(write.interfaceName, write.key, write.value));
-        if (::write(done, &result, 1) != 1) {
-            return;
-        }
+    std::istringstream calls(Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/race.cases").at(0)["calls"]);
+    std::vector<std::array<std::string, 3>> writes;
+    for (std::array<std::string, 3> call; calls >> call[0] >> call[1] >> call[2];) {
+        writes.push_back(call);
     }
-}
-
-char ReadWithin(int fd, std::chrono::seconds limit)
-{
-    pollfd wanted{fd, POLLIN, 0};
-    char byte = 0;
-    const bool got = ::poll(&wanted, 1, static_cast<int>(limit.count()) * 1000) == 1 && ::read(fd, &byte, 1) == 1;
-    return got ? byte : 'T'; // timed out
+    return writes;
 }
 
 class IpConfigWriters : public ::testing::Test {
@@ -133,31 +108,14 @@ class IpConfigRace : public IpConfigWriters, public ::testing::WithParamInterfac
 TEST_P(IpConfigRace, EveryRoundGivesTheSequentialResult)
 {
     const std::size_t writers = GetParam();
+    const auto writes = RaceWrites();
+    ASSERT_LE(writers, writes.size());
     const std::string board = BoardFile();
     WriteFile(interfacesFile, board);
     for (std::size_t w = writers; w-- > 0;) { // backwards: any order gives the same file
-        ASSERT_EQ(0, access.WriteIpPara(writes[w].interfaceName, writes[w].key, writes[w].value));
+        ASSERT_EQ(0, access.WriteIpPara(writes[w][0], writes[w][1], writes[w][2]));
     }
     const std::string expected = ReadFile(interfacesFile);
-
-    int done[2];
-    ASSERT_EQ(0, ::pipe(done));
-    std::vector<int> go; // one per writer; closing it ends the writer
-    for (std::size_t w = 0; w < writers; ++w) {
-        int toWriter[2];
-        ASSERT_EQ(0, ::pipe(toWriter));
-        go.push_back(toWriter[1]);
-        if (const pid_t writer = ::fork(); writer == 0) {
-            for (const int fd : go) {
-                ::close(fd);
-            }
-            ServeWrites(access, writes[w], toWriter[0], done[1]);
-            _exit(0);
-        } else {
-            ASSERT_GT(writer, 0);
-            ::close(toWriter[0]);
-        }
-    }
 
     constexpr int rounds = 200;
     int failedWrites = 0;
@@ -165,25 +123,28 @@ TEST_P(IpConfigRace, EveryRoundGivesTheSequentialResult)
     int strayFiles = 0;
     for (int round = 0; round < rounds; ++round) {
         WriteFile(interfacesFile, board);
-        for (const int fd : go) {
-            ASSERT_EQ(1, ::write(fd, "w", 1));
-        }
-        std::string results;
+        // The writers wait on `go` and all start when it is closed.
+        int go[2];
+        ASSERT_EQ(0, ::pipe(go));
         for (std::size_t w = 0; w < writers; ++w) {
-            results += ReadWithin(done[0], std::chrono::seconds(30));
+            const pid_t writer = ::fork();
+            ASSERT_GE(writer, 0);
+            if (writer == 0) {
+                char ignored = 0;
+                ::close(go[1]);
+                _exit(::read(go[0], &ignored, 1) == 0 ? access.WriteIpPara(writes[w][0], writes[w][1], writes[w][2])
+                                                      : 2);
+            }
         }
-        failedWrites += results != std::string(writers, '0') ? 1 : 0;
+        ::close(go[0]);
+        ::close(go[1]);
+        for (int status = 0; ::wait(&status) > 0;) {
+            failedWrites += WIFEXITED(status) && WEXITSTATUS(status) == 0 ? 0 : 1;
+        }
         wrongFiles += ReadFile(interfacesFile) != expected ? 1 : 0;
         strayFiles += Entries(networkDirectory) != std::vector<std::string>{"interfaces"} ? 1 : 0;
     }
-    for (const int fd : go) {
-        ::close(fd);
-    }
-    while (::wait(nullptr) > 0) {
-    }
-    ::close(done[0]);
-    ::close(done[1]);
-    const std::string figures = fmt::format("{} rounds of {} writers: {} with a failed write, {} with a wrong file, "
+    const std::string figures = fmt::format("{} rounds of {} writers: {} failed writes, {} rounds with a wrong file, "
                                             "{} with stray files",
                                             rounds, writers, failedWrites, wrongFiles, strayFiles);
     RecordProperty("figures", figures);
@@ -231,7 +192,8 @@ TEST_F(IpConfigWriters, KilledWritersLeaveAWholeFileAndNothingElse)
         // before), wait for the next one to create its temporary file, then
         // kill the writer a random stretch into that write, which takes some
         // hundred microseconds, reading the file meanwhile.
-        ASSERT_EQ('w', ReadWithin(progress[0], std::chrono::seconds(30)));
+        char done = 0; // a writer that fails ends, closing the pipe
+        ASSERT_EQ(1, ::read(progress[0], &done, 1));
         const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(30);
         while (!Exists(interfacesFile + ".tmp") && std::chrono::steady_clock::now() < giveUp) {
         }
@@ -262,46 +224,71 @@ TEST_F(IpConfigWriters, KilledWritersLeaveAWholeFileAndNothingElse)
     EXPECT_EQ(std::vector<std::string>{"interfaces"}, Entries(networkDirectory));
 }
 
-// How /etc/network/interfaces reaches the real file and what is in the way:
-// the cases of cases/placements.cases.
-TEST_F(IpConfigWriters, WriteReachesTheRealFileOrFailsAndSaysWhy)
+// The real file is /etc/network/data/interfaces, mode 0640, owner 4321:4322;
+// each row sets up, by shell in /etc/network, how /etc/network/interfaces
+// reaches it and what is in the way. Every row writes eth0's netmask; what
+// follows is the row's case in cases/placement.cases.
+const std::pair<const char*, const char*> placements[] = {
+    {"absolute_link", "ln -s /etc/network/data/interfaces interfaces"},
+    {"relative_link_to_absolute_link",
+     "ln -s /etc/network/data/interfaces data/current && ln -s data/current interfaces"},
+    {"bind_mounted_file", "touch interfaces && mount --bind data/interfaces interfaces"},
+    {"read_only_bind_mounted_file",
+     "touch interfaces && mount --bind data/interfaces interfaces && mount -o remount,ro,bind interfaces"},
+    {"link_into_read_only_directory",
+     "ln -s data/interfaces interfaces && mount --bind data data && mount -o remount,ro,bind data"},
+    {"immutable_file_refuses_the_good_temporary_file", "ln -s data/interfaces interfaces && chattr +i data/interfaces"},
+    {"temporary_file_is_a_directory", "ln -s data/interfaces interfaces && mkdir data/interfaces.tmp"},
+    {"temporary_file_on_a_full_disk", "ln -s data/interfaces interfaces && ln -s /dev/full data/interfaces.tmp"},
+    {"lock_held_by_another_writer", "ln -s data/interfaces interfaces"},
+};
+
+class IpConfigPlacement : public IpConfigWriters,
+                          public ::testing::WithParamInterface<std::pair<const char*, const char*>> {};
+
+TEST_P(IpConfigPlacement, WriteReachesTheRealFileOrFailsAndSaysWhy)
 {
+    const auto [name, setUp] = GetParam();
+    const auto cases = Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/placement.cases");
+    const auto c =
+        std::find_if(cases.begin(), cases.end(), [&](const Zel::Test::Case& row) { return row.name == name; });
+    ASSERT_NE(cases.end(), c) << name;
+    const int result = std::stoi((*c)["result"]);
     const std::string realFile = "/etc/network/data/interfaces";
     const std::string board = BoardFile();
     std::string changed = board;
     changed.replace(changed.find("netmask 255.255.0.0"), 19, "netmask 255.255.255.0");
-    for (const auto& c : Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/placements.cases")) {
-        SCOPED_TRACE(c.name);
-        CleanNetworkDirectory();
-        ASSERT_TRUE(fs::create_directory("/etc/network/data"));
-        WriteFile(realFile, board);
-        ASSERT_EQ(0, ::chmod(realFile.c_str(), 0640));
-        ASSERT_EQ(0, ::chown(realFile.c_str(), 4321, 4322));
-        ASSERT_EQ(0, Zel::Test::Run("cd /etc/network && " + c["placed by"]));
-        const bool link = fs::is_symlink(interfacesFile);
-        const int holder = c.Has("lock held") ? ::open("/etc/network/data", O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1;
-        ASSERT_TRUE(holder < 0 || ::flock(holder, LOCK_EX) == 0);
+    ASSERT_TRUE(fs::create_directory("/etc/network/data"));
+    WriteFile(realFile, board);
+    ASSERT_EQ(0, ::chmod(realFile.c_str(), 0640));
+    ASSERT_EQ(0, ::chown(realFile.c_str(), 4321, 4322));
+    ASSERT_EQ(0, Zel::Test::Run(std::string("cd /etc/network && ") + setUp)) << setUp;
+    const bool link = fs::is_symlink(interfacesFile);
+    const int holder = c->Has("lock held") ? ::open("/etc/network/data", O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1;
+    ASSERT_TRUE(holder < 0 || ::flock(holder, LOCK_EX) == 0);
 
-        Zel::Test::LogCapture capture(5);
-        const IpConfigFileAccess access(parameterOrder, interfacesFile, std::chrono::milliseconds(100));
-        const int result = access.WriteIpPara("eth0", "netmask", "255.255.255.0");
-        EXPECT_EQ(std::to_string(result) + "\n", c["result"]);
-        std::string messages;
-        for (const auto& record : capture.Records()) {
-            messages += fmt::format("{} {}\n", record.level, record.text);
-        }
-        EXPECT_EQ(messages, c.Has("log") ? c["log"] : "");
-        EXPECT_EQ(result == 0 ? changed : board, ReadFile(realFile));
-        EXPECT_EQ(ReadFile(realFile), ReadFile(interfacesFile));
-        EXPECT_EQ(link, fs::is_symlink(interfacesFile));
-        EXPECT_EQ("640 4321:4322", ModeAndOwner(realFile));
-        EXPECT_EQ(fmt::format("{}\n", fmt::join(Entries("/etc/network/data"), " ")),
-                  c.Has("left in data") ? c["left in data"] : "interfaces\n");
-        EXPECT_EQ((std::vector<std::string>{"data", "interfaces"}), Entries(networkDirectory));
-        if (holder >= 0) {
-            ::close(holder);
-        }
+    Zel::Test::LogCapture capture(5);
+    const IpConfigFileAccess access(parameterOrder, interfacesFile, std::chrono::milliseconds(100));
+    EXPECT_EQ(result, access.WriteIpPara("eth0", "netmask", "255.255.255.0"));
+    std::string messages;
+    for (const auto& record : capture.Records()) {
+        messages += fmt::format("{} {}\n", record.level, record.text);
+    }
+    EXPECT_EQ((*c)["messages"], messages);
+    EXPECT_EQ(result == 0 ? changed : board, ReadFile(realFile));
+    EXPECT_EQ(ReadFile(realFile), ReadFile(interfacesFile));
+    EXPECT_EQ(link, fs::is_symlink(interfacesFile));
+    EXPECT_EQ("640 4321:4322", ModeAndOwner(realFile));
+    EXPECT_EQ((*c)["left in data"], fmt::format("{}\n", fmt::join(Entries("/etc/network/data"), " ")));
+    EXPECT_EQ((std::vector<std::string>{"data", "interfaces"}), Entries(networkDirectory));
+    if (holder >= 0) {
+        ::close(holder);
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(Files, IpConfigPlacement, ::testing::ValuesIn(placements),
+                         [](const ::testing::TestParamInfo<std::pair<const char*, const char*>>& info) {
+                             return std::string(info.param.first);
+                         });
 
 } // namespace
