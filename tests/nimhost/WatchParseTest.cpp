@@ -1,17 +1,22 @@
-// The rtnetlink link-message parser on hand-built datagrams, and the label
-// escaping of the metrics text.
+// The rtnetlink link-message parser on the datagrams of
+// cases/link-messages.cases, the label escaping of the metrics text, the log
+// digest, and the atomic replace of the metrics file.
+#include "AtomicFile.hpp"
 #include "LinkEvents.hpp"
 #include "LogDigest.hpp"
 #include "PrometheusText.hpp"
 
 #include "CaseFile.hpp"
+#include "ScratchDirectory.hpp"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <filesystem>
 #include <sstream>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace Zel::Tools::Nimhost {
@@ -79,6 +84,22 @@ TEST(WatchParse, LogDigestPrintsNewsOnceAndTellsHowOftenItCame)
               "[3] A: again\n[3] A: once\n[3] A: twice\n[7] B: debug\n[7] B: debug\n"
               "[3] A: again (3 times)\n[3] A: twice (2 times)\n");
     EXPECT_EQ(digest.TextsSince(4, 3), (std::vector<std::string>{"twice", "again", "twice"}));
+}
+
+// A rename that fails (the target is a directory) throws naming the path and
+// leaves no temporary file behind, where the metrics collector would find it.
+TEST(WatchParse, AFailedReplaceOfTheMetricsFileLeavesNoTemporaryFile)
+{
+    Zel::Test::ScratchDirectory directory;
+    const std::string target = directory.Path("nim.prom");
+    std::filesystem::create_directory(target);
+    try {
+        WriteFileAtomically(target, "nim_up 1\n");
+        ADD_FAILURE() << "no exception";
+    } catch (const std::system_error& e) {
+        EXPECT_EQ(std::string(e.what()), "Could not replace '" + target + "': Is a directory");
+    }
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.Path("")), {}), 1);
 }
 
 } // namespace
