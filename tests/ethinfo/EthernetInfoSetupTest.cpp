@@ -15,7 +15,6 @@
 
 #include <gtest/gtest.h>
 
-#include <sstream>
 #include <stdexcept>
 #include <typeinfo>
 
@@ -79,8 +78,7 @@ protected:
             settings.AddSetting("mandatoryInterfaces", c.Line("mandatory"));
         }
         SettingField field("interfaces");
-        std::istringstream lines(c.Has(table) ? c[table] : "");
-        for (std::string line; std::getline(lines, line);) {
+        for (const auto& line : c.Lines(table)) {
             const auto words = Words(Unescape(line));
             field.AddLine(Line(words.begin(), words.end()));
         }
@@ -112,7 +110,7 @@ protected:
 
 TEST_F(EthernetInfoSetup, TableRulesAsTheCasesSay)
 {
-    for (const auto& c : ReadCases(std::string(ZEL_TEST_CASES) + "/setups.cases")) {
+    for (const auto& c : Cases("setups.cases")) {
         SCOPED_TRACE(c.name);
         capture.Sink().Clear();
         EXPECT_EQ(Setup(c), c.Has("error") ? c["error"] : "");

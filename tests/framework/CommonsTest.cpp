@@ -126,7 +126,7 @@ void ExpectTextForms(const Zel::Test::Case& c)
 
 TEST(NimTypes, NamedValuesAreWrittenAndReadAsTheirWordsAndUnnamedOnesFailTheStream)
 {
-    for (const auto& c : Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/nimtypes.cases")) {
+    for (const auto& c : Zel::Test::Cases("nimtypes.cases")) {
         SCOPED_TRACE(c.name);
         if (c.name == "IpAssignMode") {
             ExpectTextForms<IpAssignMode>(c);

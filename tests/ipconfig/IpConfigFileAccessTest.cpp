@@ -35,7 +35,7 @@ protected:
 
 TEST_F(IpConfigFileAccessTest, ReadFindsTheValueByTheLineRules)
 {
-    for (const auto& c : Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/read.cases")) {
+    for (const auto& c : Zel::Test::Cases("read.cases")) {
         SCOPED_TRACE(c.name);
         WriteFile(file, c["file"]);
         std::istringstream call(c["call"]);
@@ -55,7 +55,7 @@ TEST_F(IpConfigFileAccessTest, ReadFindsTheValueByTheLineRules)
 
 TEST_F(IpConfigFileAccessTest, WriteGivesTheExpectedFileAndResult)
 {
-    for (const auto& c : Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/write.cases")) {
+    for (const auto& c : Zel::Test::Cases("write.cases")) {
         SCOPED_TRACE(c.name);
         std::istringstream call(c["call"]);
         std::string interfaceName, key, value;
@@ -87,7 +87,7 @@ TEST_F(IpConfigFileAccessTest, ReadAndWriteTraceValueAndKey)
 
 TEST_F(IpConfigFileAccessTest, UnwritableValuesAreRefused)
 {
-    for (const auto& c : Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/refused.cases")) {
+    for (const auto& c : Zel::Test::Cases("refused.cases")) {
         for (const std::string key : {"address", "inet"}) {
             SCOPED_TRACE(c.name + ", " + key);
             WriteFile(file, twoInterfaces);

@@ -38,7 +38,7 @@ using namespace Zel::Test::IpConfig;
 const std::string interfacesFile = "/etc/network/interfaces";
 const std::string temporaryFile = "/etc/network/interfaces.tmp";
 
-const Zel::Test::Case files = Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/module.cases").at(0);
+const Zel::Test::Case files = Zel::Test::Cases("module.cases").at(0);
 const std::string& controllerFile = files["file"];
 
 class IpConfigModuleSandbox : public ::testing::Test {

@@ -80,7 +80,7 @@ void CleanNetworkDirectory()
 // A writer's call: interface, key and value.
 std::vector<std::array<std::string, 3>> RaceWrites()
 {
-    std::istringstream calls(Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/race.cases").at(0)["calls"]);
+    std::istringstream calls(Zel::Test::Cases("race.cases").at(0)["calls"]);
     std::vector<std::array<std::string, 3>> writes;
     for (std::array<std::string, 3> call; calls >> call[0] >> call[1] >> call[2];) {
         writes.push_back(call);
@@ -249,7 +249,7 @@ class IpConfigPlacement : public IpConfigWriters,
 TEST_P(IpConfigPlacement, WriteReachesTheRealFileOrFailsAndSaysWhy)
 {
     const auto [name, setUp] = GetParam();
-    const auto cases = Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/placement.cases");
+    const auto cases = Zel::Test::Cases("placement.cases");
     const auto c =
         std::find_if(cases.begin(), cases.end(), [&](const Zel::Test::Case& row) { return row.name == name; });
     ASSERT_NE(cases.end(), c) << name;

@@ -40,7 +40,7 @@ TEST_F(KernelIpStatus, QueriesAnswerAndTraceAsTheCasesSay)
                                                   {"netmask", &IpStatusSocketAccess::GetCurrentSubnetMask},
                                                   {"gateway", &IpStatusSocketAccess::GetCurrentDefaultGateway}};
     const IpStatusSocketAccess access;
-    for (const auto& c : Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/kernel.cases")) {
+    for (const auto& c : Zel::Test::Cases("kernel.cases")) {
         SCOPED_TRACE(c.name);
         const std::string query = c.Line("query");
         const std::size_t blank = query.find(' ');

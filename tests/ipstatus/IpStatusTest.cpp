@@ -21,7 +21,6 @@
 #include <fmt/format.h>
 
 #include <cstdint>
-#include <sstream>
 #include <stdexcept>
 
 #include <sys/resource.h>
@@ -39,19 +38,17 @@ const std::string missingTable = "/tmp/ipstatus-no-such-dir/route";
 
 TEST(RouteTable, GivesTheGatewayOfTheLastDefaultRouteOfTheInterface)
 {
-    for (const auto& c : Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/routes.cases")) {
+    for (const auto& c : Zel::Test::Cases("routes.cases")) {
         SCOPED_TRACE(c.name);
         std::string table;
-        std::istringstream lines(c.Has("route") ? c["route"] : "");
-        for (std::string line; std::getline(lines, line);) {
+        for (const auto& line : c.Lines("route")) {
             table += fmt::format("{:<127}\n", line);
         }
         const Zel::Test::ScratchDirectory scratch("ipstatus-route");
         const IpStatusSocketAccess access{
             BasicString(scratch.Write("route", c.Has("route") ? table : c["unpadded route"]))};
         Zel::Test::LogCapture capture(8);
-        std::istringstream queries(c["queries"]);
-        for (std::string query; std::getline(queries, query);) {
+        for (const auto& query : c.Lines("queries")) {
             const std::size_t blank = query.rfind(' ');
             BasicString result("unchanged");
             EXPECT_EQ(access.GetCurrentDefaultGateway(1, 1, query.substr(0, blank), result), 0);

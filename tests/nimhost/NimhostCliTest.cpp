@@ -57,7 +57,7 @@ TEST(NimhostCli, WrongInputGivesItsExitCodeAndMessageAndAJsonFailureDocument)
 {
     ScratchDirectory directory;
     const std::string board = directory.Write("board.toml", loopbackBoard);
-    for (const auto& c : ReadCases(std::string(ZEL_TEST_CASES) + "/wrong-input.cases")) {
+    for (const auto& c : Cases("wrong-input.cases")) {
         SCOPED_TRACE(c.name);
         const std::string arguments = Fill(c.Line("args"), "<board>", board);
         const int exitCode = std::stoi(c["exit"]);
@@ -88,7 +88,7 @@ TEST(NimhostSettingsFile, EveryFaultIsExitTwoNamingFileLineColumnAndKey)
 {
     ScratchDirectory directory;
     const std::string path = directory.Path("board.toml");
-    for (const auto& c : ReadCases(std::string(ZEL_TEST_CASES) + "/settings-faults.cases")) {
+    for (const auto& c : Cases("settings-faults.cases")) {
         SCOPED_TRACE(c.name);
         directory.Write("board.toml", c["board.toml"]);
         const auto result = RunNimhost({"--config", path, "report"});

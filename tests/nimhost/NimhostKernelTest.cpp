@@ -148,7 +148,7 @@ TEST_F(NimhostReport, JsonReportAgreesWithWhatIpSays)
 // once.
 TEST_F(NimhostReport, TextReportShowsCodesInWordsAndMarksDrift)
 {
-    for (const auto& c : ReadCases(std::string(ZEL_TEST_CASES) + "/report-drift.cases")) {
+    for (const auto& c : Cases("report-drift.cases")) {
         SCOPED_TRACE(c.name);
         Zel::Test::Run("rm -f " + interfacesFile);
         if (c.Has("interfaces")) {
@@ -160,7 +160,7 @@ TEST_F(NimhostReport, TextReportShowsCodesInWordsAndMarksDrift)
             EXPECT_EQ(text.out.substr(text.out.find('\n', text.out.find('\n') + 1) + 1),
                       ReadFile(NIMHOST_GOLDEN "/report.txt"));
         }
-        for (const auto& line : Split(c.Has("lines") ? c["lines"] : "")) {
+        for (const auto& line : c.Lines("lines")) {
             EXPECT_NE(("\n" + text.out).find("\n" + line + "\n"), std::string::npos) << line << "\n" << text.out;
         }
         EXPECT_EQ(Parse(Nimhost({"report", "--json"}))["devices"][0]["differs"], json::parse(c["differs"]));
@@ -179,7 +179,7 @@ class NimhostIpConfig : public NimhostSandbox {};
 
 TEST_F(NimhostIpConfig, EverySetPrintsTheChangeIsReadBackAndStandsInTheFile)
 {
-    for (const auto& c : ReadCases(std::string(ZEL_TEST_CASES) + "/ip-session.cases")) {
+    for (const auto& c : Cases("ip-session.cases")) {
         SCOPED_TRACE(c.name);
         const auto result = Nimhost(Words(c.Line("args")));
         EXPECT_EQ(result.exitCode, 0) << result.err;
@@ -203,7 +203,7 @@ TEST_F(NimhostIpConfig, AFailedSetSaysWhyAndLeavesTheFile)
     settings = directory.Write("three.toml",
                                BoardSettings(R"(["3", "X3", "eth2", "1", "sysFile", "P3", "Ethernet"])",
                                              "/sys/class/net/eth2/"));
-    for (const auto& c : ReadCases(std::string(ZEL_TEST_CASES) + "/failed-sets.cases")) {
+    for (const auto& c : Cases("failed-sets.cases")) {
         SCOPED_TRACE(c.name);
         const std::string file = c.Has("interfaces") ? c["interfaces"] : "";
         const std::string arguments = c.Line("args");
@@ -364,7 +364,7 @@ TEST_P(NimhostWatchEvents, ChangesFollowTheKernelsNotifications)
     ASSERT_EQ(Lines(2).size(), 2U);
     ASSERT_EQ(Zel::Test::Run(c["action"]), 0) << c["action"];
     std::vector<json> expected;
-    for (const auto& line : Split(c["events"])) {
+    for (const auto& line : c.Lines("events")) {
         expected.push_back(json::parse(line));
     }
     const std::string error = c.Has("stderr contains") ? c["stderr contains"] : "";
@@ -389,8 +389,7 @@ TEST_P(NimhostWatchEvents, ChangesFollowTheKernelsNotifications)
     EXPECT_NE(ReadIfThere(run.Path("err")).find(error), std::string::npos) << ReadIfThere(run.Path("err"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, NimhostWatchEvents,
-                         testing::ValuesIn(ReadCases(std::string(ZEL_TEST_CASES) + "/watch-events.cases")),
+INSTANTIATE_TEST_SUITE_P(Rows, NimhostWatchEvents, testing::ValuesIn(Cases("watch-events.cases")),
                          [](const testing::TestParamInfo<Case>& info) { return info.param.name; });
 
 // ---- metrics ----

@@ -26,7 +26,7 @@ namespace {
 // index name flags", and "lost" follows when the batch is not to be trusted.
 TEST(WatchParse, LinkMessagesGiveTheirKindIndexNameAndFlagsAndAFaultMarksTheBatchLost)
 {
-    for (const auto& c : Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/link-messages.cases")) {
+    for (const auto& c : Zel::Test::Cases("link-messages.cases")) {
         SCOPED_TRACE(c.name);
         std::vector<std::uint8_t> datagram;
         std::istringstream hex(c["datagram"]);

@@ -14,7 +14,6 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <sstream>
 #include <string>
 
 namespace {
@@ -66,9 +65,8 @@ TEST_F(FilePort, DecodingTables)
 {
     const auto sysFile = SysFile();
     const auto driver = Driver();
-    for (const auto& c : ReadCases(std::string(ZEL_TEST_CASES) + "/decoding.cases")) {
-        std::istringstream rows(c["rows"]);
-        for (std::string row; std::getline(rows, row);) {
+    for (const auto& c : Cases("decoding.cases")) {
+        for (const auto& row : c.Lines("rows")) {
             const auto fields = Words(row); // file|bytes|query|code
             dir.Write(fields.at(0), Unescape(fields.at(1)));
             EXPECT_EQ(Ask(c.name == "sysFile" ? *sysFile : *driver, fields.at(2)), std::stoi(fields.at(3)))

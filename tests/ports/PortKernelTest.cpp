@@ -15,7 +15,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <sstream>
 #include <string>
 
 namespace {
@@ -71,8 +70,7 @@ TEST_F(KernelPort, I210EthtoolSpeedAndDuplexTable)
 {
     NetSandbox().Ip("tuntap add dev ie0 mode tap").SetLinkUp("ie0");
     const EthPortInfoI210Drv i210(1, 1, "ie0");
-    std::istringstream rows(ReadCases(std::string(ZEL_TEST_CASES) + "/ethtool.cases").at(0)["rows"]);
-    for (std::string row; std::getline(rows, row);) {
+    for (const auto& row : Cases("ethtool.cases").at(0).Lines("rows")) {
         const auto fields = Words(row); // ethtool -s arguments|speed|duplex
         RunOutput("ethtool -s ie0 " + fields.at(0));
         EXPECT_EQ(static_cast<int>(i210.GetPortLinkSpeed()), std::stoi(fields.at(1))) << row;

@@ -18,7 +18,6 @@
 #include <fcntl.h>
 
 #include <memory>
-#include <sstream>
 #include <typeinfo>
 #include <vector>
 
@@ -100,8 +99,7 @@ TEST_F(SpiSwitchPort, RegisterDecodingTables)
     // 011, twelve address bits and a turnaround bit.
     ExpectCommands(spi8794, {{0x60, 0x00, 0x00}, {0x60, 0x02, 0x00}});
     ExpectCommands(spi8863, {{0x03, 0x00, 0x00}, {0x03, 0x01, 0x00}});
-    std::istringstream rows(ReadCases(std::string(ZEL_TEST_CASES) + "/registers.cases").at(0)["rows"]);
-    for (std::string row; std::getline(rows, row);) {
+    for (const auto& row : Cases("registers.cases").at(0).Lines("rows")) {
         SCOPED_TRACE(row);
         const auto fields = Words(row); // chip|link|register value|state|speed|duplex
         const bool is8794 = fields.at(0) == "KSZ8794";
@@ -178,8 +176,7 @@ TEST_F(SpiSwitchPort, FailedReadsGiveUnknownCodesWithOneMessageEach)
 // registers.
 TEST_F(SpiSwitchPort, ChipCheckFailuresStopSetUp)
 {
-    std::istringstream rows(ReadCases(std::string(ZEL_TEST_CASES) + "/registers.cases").at(1)["rows"]);
-    for (std::string row; std::getline(rows, row);) {
+    for (const auto& row : Cases("registers.cases").at(1).Lines("rows")) {
         SCOPED_TRACE(row);
         const auto fields = Words(row); // chip|id0|id1|failing read|thrown|logged
         const bool is8794 = fields.at(0) == "KSZ8794";

@@ -31,7 +31,6 @@
 #include <filesystem>
 #include <mutex>
 #include <shared_mutex>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <utility>
@@ -89,7 +88,7 @@ void RunTogether(std::size_t runners, const Body& body)
     }
 }
 
-const std::vector<Zel::Test::Case> rigCases = Zel::Test::ReadCases(std::string(ZEL_TEST_CASES) + "/rig.cases");
+const std::vector<Zel::Test::Case> rigCases = Zel::Test::Cases("rig.cases");
 
 const std::vector<std::string> stableComponents = {"opcua", "plc-runtime", "web"};
 
@@ -200,12 +199,11 @@ TEST(ConcurrentQueries, EightThreadsGetTheSingleThreadedAnswersWhileOneRegisters
 
     // The rig is alive: the answers come from the kernel, the attribute files
     // and the emulated switches.
-    std::istringstream answers(rigCases.at(1)["lines"]);
-    std::size_t row = 0;
-    for (std::string line; std::getline(answers, line) && row < expected.size(); ++row) {
-        EXPECT_EQ(line, row == 1 ? expected[row].substr(0, line.size()) : expected[row]);
+    const auto answers = rigCases.at(1).Lines("lines");
+    ASSERT_EQ(answers.size(), expected.size()) << all;
+    for (std::size_t row = 0; row < expected.size(); ++row) {
+        EXPECT_EQ(answers[row], row == 1 ? expected[row].substr(0, answers[row].size()) : expected[row]);
     }
-    ASSERT_EQ(row, expected.size()) << all;
     ASSERT_EQ(Problems(capture), std::vector<std::string>{});
     // Set-up logs no error; every round logs the same ones (none natively).
     const std::size_t emulatorErrorsPerRound = EmulatorErrors(capture);

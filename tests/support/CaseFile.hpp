@@ -38,6 +38,17 @@ struct Case {
         }
         return found->second;
     }
+    // The lines of a section, each without its line break; none for a
+    // section the case does not have.
+    std::vector<std::string> Lines(const std::string& section) const
+    {
+        std::vector<std::string> lines;
+        std::istringstream text(Has(section) ? (*this)[section] : std::string());
+        for (std::string line; std::getline(text, line);) {
+            lines.push_back(line);
+        }
+        return lines;
+    }
     // A one-line section's text, without its line break.
     std::string Line(const std::string& section) const
     {
@@ -105,5 +116,13 @@ inline std::vector<Case> ReadCases(const std::string& path)
     }
     return cases;
 }
+
+#ifdef ZEL_TEST_CASES
+// The cases of `name` in the test's own cases/ directory.
+inline std::vector<Case> Cases(const std::string& name)
+{
+    return ReadCases(std::string(ZEL_TEST_CASES) + "/" + name);
+}
+#endif
 
 } // namespace Zel::Test
