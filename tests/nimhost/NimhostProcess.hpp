@@ -12,9 +12,13 @@
 namespace Zel::Test {
 
 // The shell command that runs nimhost with these arguments, killed after 60 s.
+// In the foreground, timeout passes a SIGTERM on to nimhost once; otherwise it
+// sends it again to its process group a moment later, and that second one can
+// come after the watch ended and gave the default action back, killing a
+// nimhost that was shutting down cleanly.
 inline std::string NimhostCommand(const std::vector<std::string>& arguments)
 {
-    std::string command = "timeout -s KILL 60 " NIMHOST_COMMAND;
+    std::string command = "timeout --foreground -s KILL 60 " NIMHOST_COMMAND;
     for (const auto& word : arguments) {
         command += " '";
         for (const char c : word) {
