@@ -48,6 +48,15 @@ LogCapture::LogCapture(int level)
     AppDomain::GetCurrentSingleton<LogManager>().SetLogLevel(level);
 }
 
+std::string LogCapture::Text() const
+{
+    std::string text;
+    for (const auto& record : Records()) {
+        text += std::to_string(record.level) + " " + record.text + "\n";
+    }
+    return text;
+}
+
 LogCapture::~LogCapture()
 {
     AppDomain::GetCurrentSingleton<LogManager>().SetLogLevel(8);

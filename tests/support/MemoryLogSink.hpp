@@ -46,6 +46,8 @@ public:
     std::vector<LogRecord> Records() const { return TestLog().Records(); }
     std::size_t Count(int level, const std::string& text) const { return TestLog().Count(level, text); }
     bool Contains(int level, const std::string& text) const { return TestLog().Contains(level, text); }
+    // Every message as "<level> <text>", one per line.
+    std::string Text() const;
 };
 
 } // namespace Zel::Test
