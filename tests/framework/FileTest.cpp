@@ -1,6 +1,8 @@
 // File::Copy and File::Delete: a replacing copy keeps the destination's
 // permission bits and owner and renames a complete copy over it (an open
-// reader keeps the old content); a failed one leaves the directory as it was.
+// reader keeps the old content); a failed one leaves the directory as it was
+// and closes what it opened.
+#include "Checks.hpp"
 #include "ScratchDirectory.hpp"
 
 #include <Zel/System/Commons/Io/File.hpp>
@@ -28,13 +30,10 @@ class FileCopy : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        Write(source, std::string(100000, 'n'), 0600);
-        Write(destination, "old", 0640);
-    }
-    static void Write(const std::string& path, const std::string& content, mode_t mode)
-    {
-        Zel::Test::WriteFile(path, content);
-        ASSERT_EQ(::chmod(path.c_str(), mode), 0);
+        Zel::Test::WriteFile(source, std::string(100000, 'n'));
+        Zel::Test::WriteFile(destination, "old");
+        std::filesystem::permissions(source, std::filesystem::perms(0600));
+        std::filesystem::permissions(destination, std::filesystem::perms(0640));
     }
     // "<mode> <uid>:<gid>" in octal and decimal.
     static std::string ModeAndOwner(const std::string& path)
@@ -83,6 +82,7 @@ TEST_F(FileCopy, AFailedCopyLeavesTheDirectoryAsItWas)
 {
     // A directory in the way of the rename fails once the temporary file exists, which is removed.
     std::filesystem::create_directories(scratch.Path("busy/entry"));
+    const long descriptors = Zel::Test::OpenDescriptorCount();
     const struct {
         std::string from;
         std::string to;
@@ -104,6 +104,7 @@ TEST_F(FileCopy, AFailedCopyLeavesTheDirectoryAsItWas)
         EXPECT_TRUE(f.error == 0 || errno == f.error) << errno;
         EXPECT_EQ(Zel::Test::ReadFile(destination), "old");
         EXPECT_THAT(Entries(), UnorderedElementsAre("source", "interfaces", "busy"));
+        EXPECT_EQ(Zel::Test::OpenDescriptorCount(), descriptors) << "a descriptor was left open";
     }
 
     EXPECT_TRUE(File::Delete(destination));

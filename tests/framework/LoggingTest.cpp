@@ -60,11 +60,6 @@ using namespace Zel::System::Commons::Logging;
 using namespace ::testing;
 using namespace Zel::Test;
 
-LogManager& Manager()
-{
-    return AppDomain::GetCurrentSingleton<LogManager>();
-}
-
 auto Record(int level, const std::string& channel, const std::string& text)
 {
     return AllOf(Field(&LogRecord::level, level), Field(&LogRecord::channel, channel), Field(&LogRecord::text, text));
@@ -90,10 +85,10 @@ TEST(LogChannel, ALevelAboveTheAdaptersCurrentOneFormatsNothing)
 
     // Each channel follows its own adapter's level, also one set before the
     // adapter exists.
-    Manager().SetLogLevel(channel, 7);
+    AppDomain::GetCurrentSingleton<LogManager>().SetLogLevel(channel, 7);
     Loggable<Levels>::log(8, "dropped {0}", Subject{5});
     EXPECT_EQ(formats.load(), before + 2);
-    Manager().SetLogLevel("Zel.Test.LoggingSubjects.Preset", 2);
+    AppDomain::GetCurrentSingleton<LogManager>().SetLogLevel("Zel.Test.LoggingSubjects.Preset", 2);
     Loggable<Preset>::log(3, "dropped {0}", Subject{6});
     EXPECT_EQ(formats.load(), before + 2);
     EXPECT_EQ(capture.Records().size(), 3U);
@@ -114,7 +109,7 @@ TEST(LogChannel, AFormattingFailureIsReportedAtLevel3ThenTheFormatStringAtTheCal
                             Record(5, channel, "Two {0} {1}")));
 
     // The failure report keeps to the channel's level like any level-3 line.
-    Manager().SetLogLevel(channel, 2);
+    AppDomain::GetCurrentSingleton<LogManager>().SetLogLevel(channel, 2);
     Loggable<Formatting>::log(2, "Low {0}", Subject{0, Fails::Standard});
     Loggable<Formatting>::log(1, "Lower {0}", Subject{0, Fails::Other});
     const auto records = capture.Records();
