@@ -44,15 +44,13 @@ unsigned int TagOf(const std::unique_ptr<IHardwareModule>& module)
     return dynamic_cast<const IEthernetInfoModule&>(*module).GetDeviceCount();
 }
 
-using Function = std::unique_ptr<IHardwareModule> (*)();
-
 TEST(FactoryTable, RefusesInOrderEmptyNameEmptyFunctionDuplicateAndStaysUnchanged)
 {
     const char* const emptyName = "Invalid argument 'moduleName' = '': Invalid module name";
     const char* const emptyFunction = "Invalid argument 'function' = '0x0': Invalid factory function.";
     const struct {
         BasicString name;
-        Function function;
+        ModuleFactory<IHardwareModule>::FactoryFunction function;
         const char* message;
     } refused[] = {
         {"", nullptr, emptyName}, // the name is checked first
