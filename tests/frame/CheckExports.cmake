@@ -11,7 +11,6 @@ if(NOT result EQUAL 0)
   endif()
   message(FATAL_ERROR "${NM} -D --defined-only ${PLUGIN} failed (${result}): ${errors}")
 endif()
-message("${NM} -D --defined-only ${PLUGIN}:\n${listing}")
 # Type A entries are the linker script's version nodes, not symbols of the code.
 string(REGEX MATCHALL " [A-Za-z] [^\n]+" exported "${listing}")
 list(FILTER exported EXCLUDE REGEX "^ A ")

@@ -1,6 +1,8 @@
 // File::Copy and File::Delete: a replacing copy keeps the destination's
 // permission bits and owner and renames a complete copy over it (an open
-// reader keeps the old content); a failed one leaves the directory as it was.
+// reader keeps the old content); a failed one leaves the directory as it was
+// and closes what it opened.
+#include "Checks.hpp"
 #include "ScratchDirectory.hpp"
 
 #include <Zel/System/Commons/Io/File.hpp>
@@ -24,65 +26,34 @@ namespace {
 using ::testing::UnorderedElementsAre;
 using Zel::System::Commons::Io::File;
 
-class FileCopy : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        Write(source, std::string(100000, 'n'), 0600);
-        Write(destination, "old", 0640);
-    }
-    static void Write(const std::string& path, const std::string& content, mode_t mode)
-    {
-        Zel::Test::WriteFile(path, content);
-        ASSERT_EQ(::chmod(path.c_str(), mode), 0);
-    }
-    // "<mode> <uid>:<gid>" in octal and decimal.
-    static std::string ModeAndOwner(const std::string& path)
-    {
-        struct stat info {};
-        EXPECT_EQ(::stat(path.c_str(), &info), 0) << path;
-        return fmt::format("{:o} {}:{}", info.st_mode & 07777, info.st_uid, info.st_gid);
-    }
-    std::set<std::string> Entries() const
-    {
-        std::set<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(scratch.Path(""))) {
-            names.insert(entry.path().filename().string());
-        }
-        return names;
-    }
-
-    Zel::Test::ScratchDirectory scratch{"zel-file"};
-    const std::string source = scratch.Path("source");
-    const std::string destination = scratch.Path("interfaces");
-};
-
-TEST_F(FileCopy, ReplacingRenamesACompleteCopyKeepingTheDestinationsModeAndOwner)
+// "<mode> <uid>:<gid>" in octal and decimal.
+std::string ModeAndOwner(const std::string& path)
 {
-    ASSERT_EQ(::chown(destination.c_str(), 4321, 4322), 0);
-    const int reader = ::open(destination.c_str(), O_RDONLY | O_CLOEXEC);
-    ASSERT_GE(reader, 0);
-    ASSERT_TRUE(File::Copy(source, destination, true, true));
-
-    // Not rewritten in place: a reader that had it open still sees all of the old content.
-    char buffer[16] = {};
-    EXPECT_EQ(::pread(reader, buffer, sizeof buffer, 0), 3);
-    EXPECT_STREQ(buffer, "old");
-    ::close(reader);
-    EXPECT_EQ(Zel::Test::ReadFile(destination), std::string(100000, 'n'));
-    EXPECT_EQ(ModeAndOwner(destination), "640 4321:4322");
-    EXPECT_EQ(ModeAndOwner(source).substr(0, 4), "600 ");
-    EXPECT_THAT(Entries(), UnorderedElementsAre("source", "interfaces"));
-
-    // A missing destination takes the source's permission bits.
-    ASSERT_TRUE(File::Copy(source, scratch.Path("new"), true, true));
-    EXPECT_EQ(ModeAndOwner(scratch.Path("new")).substr(0, 4), "600 ");
+    struct stat info {};
+    EXPECT_EQ(::stat(path.c_str(), &info), 0) << path;
+    return fmt::format("{:o} {}:{}", info.st_mode & 07777, info.st_uid, info.st_gid);
 }
 
-TEST_F(FileCopy, AFailedCopyLeavesTheDirectoryAsItWas)
+std::set<std::string> Entries(const Zel::Test::ScratchDirectory& scratch)
 {
+    std::set<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(scratch.Path(""))) {
+        names.insert(entry.path().filename().string());
+    }
+    return names;
+}
+
+TEST(FileCopy, AFailedCopyLeavesTheDirectoryAsItWasAReplacingOneRenamesACompleteCopyKeepingModeAndOwner)
+{
+    const Zel::Test::ScratchDirectory scratch("zel-file");
+    const std::string source = scratch.Write("source", std::string(100000, 'n'));
+    const std::string destination = scratch.Write("interfaces", "old");
+    std::filesystem::permissions(source, std::filesystem::perms(0600));
+    std::filesystem::permissions(destination, std::filesystem::perms(0640));
+
     // A directory in the way of the rename fails once the temporary file exists, which is removed.
     std::filesystem::create_directories(scratch.Path("busy/entry"));
+    const long descriptors = Zel::Test::OpenDescriptorCount();
     const struct {
         std::string from;
         std::string to;
@@ -103,8 +74,27 @@ TEST_F(FileCopy, AFailedCopyLeavesTheDirectoryAsItWas)
         EXPECT_FALSE(File::Copy(f.from, f.to, f.overwrite, f.atomic));
         EXPECT_TRUE(f.error == 0 || errno == f.error) << errno;
         EXPECT_EQ(Zel::Test::ReadFile(destination), "old");
-        EXPECT_THAT(Entries(), UnorderedElementsAre("source", "interfaces", "busy"));
+        EXPECT_THAT(Entries(scratch), UnorderedElementsAre("source", "interfaces", "busy"));
+        EXPECT_EQ(Zel::Test::OpenDescriptorCount(), descriptors) << "a descriptor was left open";
     }
+
+    ASSERT_EQ(::chown(destination.c_str(), 4321, 4322), 0);
+    const int reader = ::open(destination.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_GE(reader, 0);
+    ASSERT_TRUE(File::Copy(source, destination, true, true));
+    // Not rewritten in place: a reader that had it open still sees all of the old content.
+    char buffer[16] = {};
+    EXPECT_EQ(::pread(reader, buffer, sizeof buffer, 0), 3);
+    EXPECT_STREQ(buffer, "old");
+    ::close(reader);
+    EXPECT_EQ(Zel::Test::ReadFile(destination), std::string(100000, 'n'));
+    EXPECT_EQ(ModeAndOwner(destination), "640 4321:4322");
+    EXPECT_EQ(ModeAndOwner(source).substr(0, 4), "600 ");
+    EXPECT_THAT(Entries(scratch), UnorderedElementsAre("source", "interfaces", "busy"));
+
+    // A missing destination takes the source's permission bits.
+    ASSERT_TRUE(File::Copy(source, scratch.Path("new"), true, true));
+    EXPECT_EQ(ModeAndOwner(scratch.Path("new")).substr(0, 4), "600 ");
 
     EXPECT_TRUE(File::Delete(destination));
     EXPECT_FALSE(File::Exists(destination));

@@ -25,13 +25,12 @@ class Levels {};
 class Formatting {};
 class Preset {};
 
-// Counts how often fmt asks it to format itself; formatting it fails with a
-// standard exception (Fails::Standard) or with something else (Fails::Other).
-enum class Fails { No, Standard, Other };
+// Counts how often fmt asks it to format itself; formatting `refused` fails
+// with a standard exception, formatting `unknown` with something else.
 struct Subject {
     int value;
-    Fails fails = Fails::No;
 };
+constexpr Subject refused{-1}, unknown{-2};
 std::atomic<int> formats{0};
 
 } // namespace Zel::Test::LoggingSubjects
@@ -40,12 +39,11 @@ template <>
 struct fmt::formatter<Zel::Test::LoggingSubjects::Subject> : fmt::formatter<int> {
     auto format(const Zel::Test::LoggingSubjects::Subject& subject, fmt::format_context& ctx) const
     {
-        using Zel::Test::LoggingSubjects::Fails;
         ++Zel::Test::LoggingSubjects::formats;
-        if (subject.fails == Fails::Standard) {
+        if (subject.value == Zel::Test::LoggingSubjects::refused.value) {
             throw std::runtime_error("formatter refused");
         }
-        if (subject.fails == Fails::Other) {
+        if (subject.value == Zel::Test::LoggingSubjects::unknown.value) {
             throw 42;
         }
         return fmt::formatter<int>::format(subject.value, ctx);
@@ -59,11 +57,6 @@ using namespace Zel::System::Commons;
 using namespace Zel::System::Commons::Logging;
 using namespace ::testing;
 using namespace Zel::Test;
-
-LogManager& Manager()
-{
-    return AppDomain::GetCurrentSingleton<LogManager>();
-}
 
 auto Record(int level, const std::string& channel, const std::string& text)
 {
@@ -90,10 +83,10 @@ TEST(LogChannel, ALevelAboveTheAdaptersCurrentOneFormatsNothing)
 
     // Each channel follows its own adapter's level, also one set before the
     // adapter exists.
-    Manager().SetLogLevel(channel, 7);
+    AppDomain::GetCurrentSingleton<LogManager>().SetLogLevel(channel, 7);
     Loggable<Levels>::log(8, "dropped {0}", Subject{5});
     EXPECT_EQ(formats.load(), before + 2);
-    Manager().SetLogLevel("Zel.Test.LoggingSubjects.Preset", 2);
+    AppDomain::GetCurrentSingleton<LogManager>().SetLogLevel("Zel.Test.LoggingSubjects.Preset", 2);
     Loggable<Preset>::log(3, "dropped {0}", Subject{6});
     EXPECT_EQ(formats.load(), before + 2);
     EXPECT_EQ(capture.Records().size(), 3U);
@@ -104,8 +97,8 @@ TEST(LogChannel, AFormattingFailureIsReportedAtLevel3ThenTheFormatStringAtTheCal
     const std::string channel = "Zel.Test.LoggingSubjects.Formatting";
     const std::string prefix = "Exception occurs during format of log message: ";
     LogCapture capture(8);
-    Loggable<Formatting>::log(7, "Value {0} of {1}", Subject{0, Fails::Standard}, 2);
-    Loggable<Formatting>::log(8, "Value {0}", Subject{0, Fails::Other});
+    Loggable<Formatting>::log(7, "Value {0} of {1}", refused, 2);
+    Loggable<Formatting>::log(8, "Value {0}", unknown);
     Loggable<Formatting>::log(5, "Two {0} {1}", 1); // names a missing argument
     EXPECT_THAT(capture.Records(),
                 ElementsAre(Record(3, channel, prefix + "formatter refused"), Record(7, channel, "Value {0} of {1}"),
@@ -114,12 +107,11 @@ TEST(LogChannel, AFormattingFailureIsReportedAtLevel3ThenTheFormatStringAtTheCal
                             Record(5, channel, "Two {0} {1}")));
 
     // The failure report keeps to the channel's level like any level-3 line.
-    Manager().SetLogLevel(channel, 2);
-    Loggable<Formatting>::log(2, "Low {0}", Subject{0, Fails::Standard});
-    Loggable<Formatting>::log(1, "Lower {0}", Subject{0, Fails::Other});
-    const auto records = capture.Records();
-    EXPECT_THAT(std::vector<LogRecord>(records.begin() + 6, records.end()),
-                ElementsAre(Record(2, channel, "Low {0}"), Record(1, channel, "Lower {0}")));
+    capture.Sink().Clear();
+    AppDomain::GetCurrentSingleton<LogManager>().SetLogLevel(channel, 2);
+    Loggable<Formatting>::log(2, "Low {0}", refused);
+    Loggable<Formatting>::log(1, "Lower {0}", unknown);
+    EXPECT_THAT(capture.Records(), ElementsAre(Record(2, channel, "Low {0}"), Record(1, channel, "Lower {0}")));
 }
 
 TEST(StderrLogSink, WritesOneLineWithTimeLevelChannelAndText)
@@ -138,13 +130,13 @@ TEST(BasicStringFormat, AFailureGoesToTheHandlerAndYieldsAnEmptyString)
 {
     const auto previous = BasicStringFormatExceptionHandler::SetHandler(
         [](std::string_view format, std::string_view what) { handled.push_back(fmt::format("{}|{}", format, what)); });
-    const BasicString failed = BasicString::Format("a {0} b", Subject{0, Fails::Standard});
-    const BasicString unknown = BasicString::Format("c {0}", Subject{0, Fails::Other});
+    const BasicString failed = BasicString::Format("a {0} b", refused);
+    const BasicString failedOther = BasicString::Format("c {0}", unknown);
     const BasicString fine = BasicString::Format("{1}-{0}", 1, "x");
     BasicStringFormatExceptionHandler::SetHandler(previous);
 
     EXPECT_EQ(failed, "");
-    EXPECT_EQ(unknown, "");
+    EXPECT_EQ(failedOther, "");
     EXPECT_EQ(fine, "x-1");
     EXPECT_THAT(handled, ElementsAre("a {0} b|formatter refused", "c {0}|Unknown exception"));
 }

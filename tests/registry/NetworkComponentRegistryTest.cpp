@@ -24,17 +24,6 @@ using Zel::Test::LogRecord;
 
 using Names = std::vector<BasicString>;
 
-std::vector<std::string> TraceTexts(const std::vector<LogRecord>& records)
-{
-    std::vector<std::string> texts;
-    for (const auto& record : records) {
-        EXPECT_EQ(record.level, 8) << record.text;
-        EXPECT_EQ(record.channel, "Zel.Hardware.Modules.Nim.Linux.NetworkComponentRegistrationModule");
-        texts.push_back(record.text);
-    }
-    return texts;
-}
-
 TEST(NetworkComponentRegistry, ComponentsComeBackPerInterfaceInByteOrder)
 {
     NetworkComponentRegistrationModule registry;
@@ -48,7 +37,6 @@ TEST(NetworkComponentRegistry, ComponentsComeBackPerInterfaceInByteOrder)
     EXPECT_EQ(registry.GetNetworkComponents(3), (Names{"", "B", "a", "a b", "ab", "a\xff", "b"}));
     EXPECT_EQ(registry.GetNetworkComponents(4), (Names{"other"}));
     EXPECT_TRUE(registry.GetNetworkComponents(5).empty());
-    EXPECT_TRUE(registry.GetNetworkComponents(0).empty());
     EXPECT_EQ(registry.GetNetworkInterface(""), 3U);
 }
 
@@ -80,7 +68,13 @@ TEST(NetworkComponentRegistry, SilentCasesAndLifecycleCallsChangeNothingAndAreTr
     EXPECT_EQ(registry.GetNetworkComponents(2), (Names{"a"}));
 
     // GetNetworkComponents logs nothing.
-    EXPECT_THAT(TraceTexts(capture.Records()),
+    std::vector<std::string> texts;
+    for (const LogRecord& record : capture.Records()) {
+        EXPECT_EQ(record.level, 8) << record.text;
+        EXPECT_EQ(record.channel, "Zel.Hardware.Modules.Nim.Linux.NetworkComponentRegistrationModule");
+        texts.push_back(record.text);
+    }
+    EXPECT_THAT(texts,
                 ElementsAre("Registering 'a' on interface 1", "Registering 'a' on interface 2",
                             "GetNetworkInterface: 'a' is on interface 1", "GetNetworkInterface: 'new' not found!",
                             "Unregistering 'new'", "Unregistering 'a'", "GetNetworkInterface: 'a' not found!",
