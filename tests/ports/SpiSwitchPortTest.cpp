@@ -139,19 +139,21 @@ TEST_F(SpiSwitchPort, RegisterDecodingTables)
     EXPECT_TRUE(capture.Records().empty());
 }
 
+// KSZ8794: port 1's link register fails, port 2 has a link and its mode
+// register fails; KSZ8863: the status register fails.
 TEST_F(SpiSwitchPort, FailedReadsGiveUnknownCodesWithOneMessageEach)
 {
-    SpiDevice spi8794 = SpiEmulator::Ksz8794().Register(0x1E, 0x20).Build(Node8794);
+    SpiDevice spi8794 = SpiEmulator::Ksz8794().Register(0x2E, 0x20).Build(Node8794);
     SpiDevice spi8863 = SpiEmulator::Ksz8863().Build(Node8863);
-    const auto port8794 = Make8794(1);
+    const auto port1 = Make8794(1);
+    const auto port2 = Make8794(2);
     const auto port8863 = Make8863(1);
-    spi8794.FailTransfers(true);
-    spi8863.FailTransfers(true);
-    EXPECT_EQ(port8794->GetPortLinkState(), LinkState::Unknown);
-    EXPECT_EQ(port8794->GetPortLinkSpeed(), LinkSpeed::Unknown);
-    spi8794.FailTransfers(false);
-    spi8794.FailReadsOf(0x1F);
-    EXPECT_EQ(port8794->GetPortLinkDuplex(), LinkDuplex::Unknown);
+    spi8794.FailReadsOf(0x1E);
+    spi8794.FailReadsOf(0x2F);
+    spi8863.FailReadsOf(0x1F);
+    EXPECT_EQ(port1->GetPortLinkState(), LinkState::Unknown);
+    EXPECT_EQ(port1->GetPortLinkSpeed(), LinkSpeed::Unknown);
+    EXPECT_EQ(port2->GetPortLinkDuplex(), LinkDuplex::Unknown);
     EXPECT_EQ(capture.Count(3, "Can not read data from KSZ8794 Switch: SPI_IOC_MESSAGE failed: -1"), 3U);
 
     EXPECT_EQ(port8863->GetPortLinkState(), LinkState::Up) << "the link comes from the GPIO line";
@@ -164,11 +166,11 @@ TEST_F(SpiSwitchPort, FailedReadsGiveUnknownCodesWithOneMessageEach)
     capture.Sink().Clear();
     spi8863.ClearTransfers();
     dir.MakeUnreadable("link2");
-    const auto port2 = Make8863(2);
-    EXPECT_EQ(port2->GetPortLinkState(), LinkState::Unknown);
-    EXPECT_EQ(port2->GetPortLinkSpeed(), LinkSpeed::Unknown);
+    const auto unreadable = Make8863(2);
+    EXPECT_EQ(unreadable->GetPortLinkState(), LinkState::Unknown);
+    EXPECT_EQ(unreadable->GetPortLinkSpeed(), LinkSpeed::Unknown);
     EXPECT_EQ(capture.Count(3, "Could not read '" + dir.Path("link2") + "': Is a directory"), 4U);
-    EXPECT_TRUE(spi8863.Transfers().empty());
+    EXPECT_TRUE(spi8863.State().transfers.empty());
 }
 
 // Identity mismatches log with the KSZ8863's name for both chips, on each
@@ -216,7 +218,7 @@ TEST_F(SpiSwitchPort, OneDeviceForAllPortsThatTheFirstDestructorCloses)
     SpiDevice spi8794 = SpiEmulator::Ksz8794().Register(0x00, 0x00).Register(0x2E, 0x20).Build(Node8794);
     SpiDevice spi8863 = SpiEmulator::Ksz8863().Register(0x00, 0x87).Register(0x2F, 0x06).Build(Node8863);
     for (unsigned int port : {0U, 3U}) {
-        const std::string message = ArgumentException::Create("port", port, "unsupported").GetMessage();
+        const std::string message = "Invalid argument 'port' = '" + std::to_string(port) + "': unsupported";
         ExpectThrow<ArgumentException>([&] { Make8794(port); }, message);
         // No link line is configured for these ports: reading one would throw another exception.
         ExpectThrow<ArgumentException>([&] { Make8863(port); }, message);
@@ -236,8 +238,8 @@ TEST_F(SpiSwitchPort, OneDeviceForAllPortsThatTheFirstDestructorCloses)
     auto a2 = Make8794(2);
     auto b1 = Make8863(2);
     auto b2 = Make8863(2);
-    EXPECT_TRUE(spi8794.Transfers().empty());
-    EXPECT_TRUE(spi8863.Transfers().empty());
+    EXPECT_TRUE(spi8794.State().transfers.empty());
+    EXPECT_TRUE(spi8863.State().transfers.empty());
     EXPECT_EQ(a2->GetPortLinkState(), LinkState::Up);
     EXPECT_EQ(b2->GetPortLinkSpeed(), LinkSpeed::Speed100);
 

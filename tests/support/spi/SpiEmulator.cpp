@@ -99,7 +99,7 @@ bool Ioctl(int fd, unsigned long request, void* argument, int* result)
         transfer.pad == 0;
     state.transfers.push_back(
         {tx == nullptr ? std::vector<std::uint8_t>() : std::vector<std::uint8_t>(tx, tx + transfer.len), defaultsOnly});
-    if (state.failTransfers || (address >= 0 && state.failingReads.count(static_cast<unsigned int>(address)) != 0)) {
+    if (address >= 0 && state.failingReads.count(static_cast<unsigned int>(address)) != 0) {
         errno = EIO;
         return true;
     }
