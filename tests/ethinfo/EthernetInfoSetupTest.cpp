@@ -156,6 +156,8 @@ TEST(NetworkInterfaceAccess, SystemCallFailuresAreExceptionsWithTheirErrno)
 {
     const NetworkInterfaceAccess kernel;
     const long before = OpenDescriptorCount();
+    EXPECT_EQ(kernel.ReadHardwareAddress("lo"), NetworkInterfaceAccess::HardwareAddress{});
+    EXPECT_EQ(OpenDescriptorCount(), before) << "closed once the MAC is read";
     ExpectThrow<InvalidOperationException>([&] { kernel.ReadHardwareAddress("zel-absent0"); },
                                            "Could not read mac info from 'zel-absent0': errno 19");
     EXPECT_EQ(OpenDescriptorCount(), before + 1);
