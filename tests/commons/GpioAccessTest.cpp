@@ -65,6 +65,8 @@ TEST_F(GpioLine, FailedReadsAreTriedTwiceWithOneMessageEach)
     ExpectThrow<Zel::System::Commons::InvalidOperationException>([this] { gpio.Open(dir.Path("missing"), O_RDONLY); },
                                                                  "Could not open '" + dir.Path("missing") +
                                                                      "': No such file or directory");
+    // An errno the C library has no text for keeps its number.
+    EXPECT_EQ(Zel::Hardware::Modules::Commons::Linux::ErrorString().GetString(12345), "Unknown error 12345");
 }
 
 TEST_F(GpioLine, WriteIsOneCharacterAtOffsetZero)
@@ -101,13 +103,6 @@ TEST_F(GpioLine, CloseResetsTheDescriptorOrWarnsAndKeepsIt)
     gpio.Close(stale, "/sys/class/gpio/gpio3/value");
     EXPECT_EQ(stale, 1000);
     EXPECT_EQ(capture.Count(5, "Could not close '/sys/class/gpio/gpio3/value': Bad file descriptor"), 1U);
-}
-
-// The messages above carry the C library's texts; an errno it has no text for
-// keeps its number.
-TEST(ErrorString, GivesTheCLibraryText)
-{
-    EXPECT_EQ(Zel::Hardware::Modules::Commons::Linux::ErrorString().GetString(12345), "Unknown error 12345");
 }
 
 } // namespace
