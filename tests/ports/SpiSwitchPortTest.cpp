@@ -28,15 +28,12 @@ using namespace Zel::Hardware::Nim;
 using namespace Zel::System::Commons;
 using namespace Zel::Test;
 using Zel::Hardware::Commons::Modules::ModuleSettings;
-using Ksz8794 = EthPortInfoSwitchKSZ8794spi;
-using Ksz8863 = EthPortInfoSwitchKSZ8863gpio;
 using Bytes = std::vector<std::uint8_t>;
 
 const std::string Node8794 = "/dev/zel-emulated/spidev1.0";
 const std::string Node8863 = "/dev/zel-emulated/spidev2.1";
 const std::string Channel8794 = "Zel.Hardware.Modules.Nim.Linux.Internal.EthPortInfoSwitchKSZ8794spi";
 const std::string Channel8863 = "Zel.Hardware.Modules.Nim.Linux.Internal.EthPortInfoSwitchKSZ8863gpio";
-const std::string NoHandle = "Error in ReadRegister(): Handle invalid.fdSpi = -1";
 
 // Every transfer is one SPI_IOC_MESSAGE(1) of the three bytes expected, with
 // the device's default clock, word size and delays.
@@ -63,6 +60,8 @@ protected:
         settings.AddSetting("path.2.1.link", dir.Path("link1"));
         settings.AddSetting("path.2.2.link", dir.Path("link2"));
     }
+    auto Make8794(unsigned int port) const { return std::make_unique<EthPortInfoSwitchKSZ8794spi>(3, port, settings); }
+    auto Make8863(unsigned int port) const { return std::make_unique<EthPortInfoSwitchKSZ8863gpio>(2, port, settings); }
     // A failed chip check leaves the class's device open: a port built now
     // skips the check and closes the device when dropped. With the device
     // closed and no node, the port is refused instead.
@@ -78,8 +77,6 @@ protected:
             }
         }
     }
-    std::unique_ptr<Ksz8794> Make8794(unsigned int port) const { return std::make_unique<Ksz8794>(3, port, settings); }
-    std::unique_ptr<Ksz8863> Make8863(unsigned int port) const { return std::make_unique<Ksz8863>(2, port, settings); }
 
     ScratchDirectory dir;
     ModuleSettings settings;
@@ -250,7 +247,7 @@ TEST_F(SpiSwitchPort, OneDeviceForAllPortsThatTheFirstDestructorCloses)
     EXPECT_EQ(a2->GetPortLinkDuplex(), LinkDuplex::Unknown);
     EXPECT_EQ(b2->GetPortLinkState(), LinkState::Up) << "from its own link line";
     EXPECT_EQ(b2->GetPortLinkSpeed(), LinkSpeed::Unknown);
-    EXPECT_EQ(capture.Count(3, NoHandle), 3U);
+    EXPECT_EQ(capture.Count(3, "Error in ReadRegister(): Handle invalid.fdSpi = -1"), 3U);
     a2.reset();
     b2.reset();
     EXPECT_EQ(OpenDescriptorCount(), before + 1);

@@ -80,9 +80,9 @@ public:
 
     SpiEmulator& Register(unsigned int address, std::uint8_t value);
 
-    // Makes `path` openable in this process. Throws std::runtime_error when a
-    // real file exists there or the path is already emulated, so a test that
-    // passes was served by the emulator.
+    // Makes `path` openable in this process; the paths the tests use exist
+    // nowhere else, so an open the interposer misses fails. Throws
+    // std::runtime_error when the path is already emulated.
     SpiDevice Build(const std::string& path) const;
 
 private:
