@@ -3,11 +3,8 @@
 #include "Modules/Commons/Linux/GpioAccess.hpp"
 #include "Modules/Commons/Linux/ErrorString.hpp"
 
-#include "Checks.hpp"
 #include "MemoryLogSink.hpp"
 #include "ScratchDirectory.hpp"
-
-#include <Zel/System/Commons/Exception.hpp>
 
 #include <gtest/gtest.h>
 
@@ -61,10 +58,7 @@ TEST_F(GpioLine, FailedReadsAreTriedTwiceWithOneMessageEach)
         EXPECT_EQ(capture.Records()[i].level, 3);
         EXPECT_EQ(capture.Records()[i].text.rfind("Could not read '" + value + "': ", 0), 0U);
     }
-
-    ExpectThrow<Zel::System::Commons::InvalidOperationException>([this] { gpio.Open(dir.Path("missing"), O_RDONLY); },
-                                                                 "Could not open '" + dir.Path("missing") +
-                                                                     "': No such file or directory");
+    // A missing line's open failure is pinned through the KSZ8863's link line.
     // An errno the C library has no text for keeps its number.
     EXPECT_EQ(Zel::Hardware::Modules::Commons::Linux::ErrorString().GetString(12345), "Unknown error 12345");
 }
