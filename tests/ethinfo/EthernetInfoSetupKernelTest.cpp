@@ -59,16 +59,13 @@ TEST_F(EthernetInfoSetup, ThePluginBuildsDevicesFromTheKernelsInterfacesAndPorts
     };
     EXPECT_TRUE(stateIs(1, LinkState::Up));
     EXPECT_TRUE(stateIs(3, LinkState::Up));
-    // A peer going down is a pulled cable: operstate says "lowerlayerdown"
-    // (unknown), the I210 port judges the running flag (down) although the
-    // interface is up.
-    NetSandbox().SetLinkDown("eth0p");
+    // A peer going down is a pulled cable: the I210 port judges the running
+    // flag (down) although the interface is up. The sysfs port's "unknown"
+    // for it and "down" for a downed interface are pinned by nimhost's watch
+    // tests, which read the same port through the plug-in.
     NetSandbox().SetLinkDown("eth2p");
-    EXPECT_TRUE(stateIs(1, LinkState::Unknown));
     EXPECT_TRUE(stateIs(3, LinkState::Down));
     EXPECT_NE(RunOutput("ip -o link show dev eth2").find(",UP"), std::string::npos);
-    NetSandbox().SetLinkDown("eth0");
-    EXPECT_TRUE(stateIs(1, LinkState::Down));
 
     // The plug-in logs through the host's log manager.
     EXPECT_TRUE(
