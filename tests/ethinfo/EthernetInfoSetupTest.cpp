@@ -27,7 +27,6 @@ using Zel::Hardware::Modules::Nim::Linux::EthernetInfoModule;
 using namespace Zel::Hardware::Modules::Nim::Linux::Internal;
 using namespace Zel::System::Commons;
 using Zel::System::Commons::Diagnostics::RuntimeTypeInfo;
-using Line = std::vector<BasicString>;
 using namespace Zel::Test;
 
 class StandInKernel : public NetworkInterfaceAccess {
@@ -80,7 +79,7 @@ protected:
         SettingField field("interfaces");
         for (const auto& line : c.Lines(table)) {
             const auto words = Words(Unescape(line));
-            field.AddLine(Line(words.begin(), words.end()));
+            field.AddLine({words.begin(), words.end()});
         }
         if (!c.Has("no table")) {
             settings.AddSettingField("interfaces", field);
