@@ -223,7 +223,7 @@ TEST_F(SpiSwitchPort, OneDeviceForAllPortsThatTheFirstDestructorCloses)
     dir.Remove("link1");
     ExpectThrow<InvalidOperationException>([this] { Make8863(1); },
                                            "Could not open '" + dir.Path("link1") + "': No such file or directory");
-    EXPECT_EQ(spi8794.OpenCount() + spi8863.OpenCount(), 0);
+    EXPECT_EQ(spi8794.State().openCount + spi8863.State().openCount, 0);
     dir.Write("link1", "1\n");
 
     EXPECT_THROW(Make8794(1), NotSupportedException);
@@ -250,8 +250,8 @@ TEST_F(SpiSwitchPort, OneDeviceForAllPortsThatTheFirstDestructorCloses)
     a2.reset();
     b2.reset();
     EXPECT_EQ(OpenDescriptorCount(), before + 1);
-    EXPECT_EQ(spi8794.OpenCount(), 1);
-    EXPECT_EQ(spi8863.OpenCount(), 1);
+    EXPECT_EQ(spi8794.State().openCount, 1);
+    EXPECT_EQ(spi8863.State().openCount, 1);
     // A device closed by a destructor is opened and checked again.
     ExpectThrow<NotSupportedException>([this] { Make8794(1); }, "KSZ8794: Chip id0 mismatch.");
 }

@@ -64,7 +64,6 @@ public:
         std::lock_guard<std::mutex> guard(SpiLock());
         return *state;
     }
-    int OpenCount() const { return State().openCount; }
 
 private:
     std::shared_ptr<SpiDeviceState> state;
