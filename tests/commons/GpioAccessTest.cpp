@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <unistd.h>
 
 namespace {
 
@@ -72,7 +71,6 @@ TEST_F(GpioLine, WriteIsOneCharacterAtOffsetZero)
     EXPECT_EQ(dir.Read("value"), "0xy");
     EXPECT_TRUE(capture.Records().empty());
 
-    close(fd);
     fd = gpio.Open(value, O_RDONLY);
     gpio.Write(fd, value, true);
     // The quote after the value is missing in the established text.

@@ -36,11 +36,10 @@ class FilePort : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        for (const char* name : {"operstate", "speed", "duplex"}) {
+        for (const char* name : {"operstate", "speed", "duplex", "port4_duplex"}) {
             dir.Write(name, "x\n");
         }
         dir.Write("port4_speed", "100\n");
-        dir.Write("port4_duplex", "full-duplex\n");
         settings.AddSetting("path.2.3.sysFile", dir.Path(""));
         settings.AddSetting("path.1.4.speed", dir.Path("port4_speed"));
         settings.AddSetting("path.1.4.duplex", dir.Path("port4_duplex"));

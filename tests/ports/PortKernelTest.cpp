@@ -10,8 +10,6 @@
 #include "MemoryLogSink.hpp"
 #include "Sandbox.hpp"
 
-#include <Zel/System/Commons/Exception.hpp>
-
 #include <gtest/gtest.h>
 
 #include <chrono>
