@@ -12,7 +12,6 @@
 
 #include <Zel/System/Commons/Exception.hpp>
 
-#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -92,11 +91,10 @@ TEST_F(SpiSwitchPort, RegisterDecodingTables)
         spi.ClearTransfers();
         const IEthPortInfo& port = is8794 ? static_cast<const IEthPortInfo&>(*port8794) : *port8863;
         // One query after the other, in the order the commands are checked in.
-        const int state = static_cast<int>(port.GetPortLinkState());
-        const int speed = static_cast<int>(port.GetPortLinkSpeed());
-        const int duplex = static_cast<int>(port.GetPortLinkDuplex());
-        EXPECT_EQ(fmt::format("{}|{}|{}", state, speed, duplex),
-                  fmt::format("{}|{}|{}", fields.at(3), fields.at(4), fields.at(5)));
+        std::string codes = std::to_string(static_cast<int>(port.GetPortLinkState()));
+        codes += "|" + std::to_string(static_cast<int>(port.GetPortLinkSpeed()));
+        codes += "|" + std::to_string(static_cast<int>(port.GetPortLinkDuplex()));
+        EXPECT_EQ(codes, fields.at(3) + "|" + fields.at(4) + "|" + fields.at(5));
         const bool up = fields.at(3) == "1";
         // KSZ8794: the link register at each query, the mode register after a link.
         const Bytes linkRead = {0x60, 0x5C, 0x00};
