@@ -27,7 +27,6 @@ using Zel::Hardware::Modules::Nim::Linux::EthernetInfoModule;
 using namespace Zel::Hardware::Modules::Nim::Linux::Internal;
 using namespace Zel::System::Commons;
 using Zel::System::Commons::Diagnostics::RuntimeTypeInfo;
-using Line = std::vector<BasicString>;
 using namespace Zel::Test;
 
 class StandInKernel : public NetworkInterfaceAccess {
@@ -80,7 +79,7 @@ protected:
         SettingField field("interfaces");
         for (const auto& line : c.Lines(table)) {
             const auto words = Words(Unescape(line));
-            field.AddLine(Line(words.begin(), words.end()));
+            field.AddLine({words.begin(), words.end()});
         }
         if (!c.Has("no table")) {
             settings.AddSettingField("interfaces", field);
@@ -133,20 +132,19 @@ TEST_F(EthernetInfoSetup, BadDeviceAndPortNumbersThrowTheVectorsOutOfRange)
 {
     ASSERT_EQ(Setup({"", {{"interfaces", "1|X1|eth0|1|unsupported||Ethernet\n2|X2|eth1|0|unsupported||Ethernet\n"}}}),
               "");
-    const EthernetInfoModule& m = *module;
-    EXPECT_EQ(static_cast<int>(m.GetPortLinkState(1, 1)), 255) << "an unsupported port";
+    EXPECT_EQ(static_cast<int>(module->GetPortLinkState(1, 1)), 255) << "an unsupported port";
     for (unsigned int device : {0U, 3U}) {
-        EXPECT_THROW(m.GetMacAddress(device), std::out_of_range);
-        EXPECT_THROW(m.GetPublicInterfaceName(device), std::out_of_range);
-        EXPECT_THROW(m.GetPortCount(device), std::out_of_range);
-        EXPECT_THROW(m.GetInterfaceType(device), std::out_of_range);
-        EXPECT_THROW(m.GetInterfaceName(device), std::out_of_range);
+        EXPECT_THROW(module->GetMacAddress(device), std::out_of_range);
+        EXPECT_THROW(module->GetPublicInterfaceName(device), std::out_of_range);
+        EXPECT_THROW(module->GetPortCount(device), std::out_of_range);
+        EXPECT_THROW(module->GetInterfaceType(device), std::out_of_range);
+        EXPECT_THROW(module->GetInterfaceName(device), std::out_of_range);
     }
     for (auto [device, port] : {std::pair{0U, 1U}, {3U, 1U}, {1U, 0U}, {1U, 2U}, {2U, 1U}}) {
-        EXPECT_THROW(m.GetPortLinkState(device, port), std::out_of_range);
-        EXPECT_THROW(m.GetPortLinkSpeed(device, port), std::out_of_range);
-        EXPECT_THROW(m.GetPortLinkDuplex(device, port), std::out_of_range);
-        EXPECT_THROW(m.GetPortPublicName(device, port), std::out_of_range);
+        EXPECT_THROW(module->GetPortLinkState(device, port), std::out_of_range);
+        EXPECT_THROW(module->GetPortLinkSpeed(device, port), std::out_of_range);
+        EXPECT_THROW(module->GetPortLinkDuplex(device, port), std::out_of_range);
+        EXPECT_THROW(module->GetPortPublicName(device, port), std::out_of_range);
     }
 }
 
@@ -156,6 +154,8 @@ TEST(NetworkInterfaceAccess, SystemCallFailuresAreExceptionsWithTheirErrno)
 {
     const NetworkInterfaceAccess kernel;
     const long before = OpenDescriptorCount();
+    EXPECT_EQ(kernel.ReadHardwareAddress("lo"), NetworkInterfaceAccess::HardwareAddress{});
+    EXPECT_EQ(OpenDescriptorCount(), before) << "closed once the MAC is read";
     ExpectThrow<InvalidOperationException>([&] { kernel.ReadHardwareAddress("zel-absent0"); },
                                            "Could not read mac info from 'zel-absent0': errno 19");
     EXPECT_EQ(OpenDescriptorCount(), before + 1);

@@ -10,8 +10,6 @@
 #include "MemoryLogSink.hpp"
 #include "Sandbox.hpp"
 
-#include <Zel/System/Commons/Exception.hpp>
-
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -45,10 +43,9 @@ TEST_F(KernelPort, KernelFailuresAndTheInterfaceName)
     NetSandbox().SetLinkDown("sft1");
     EXPECT_EQ(port.GetPortLinkState(), LinkState::Down);
     EXPECT_EQ(port.GetPortLinkSpeed(), LinkSpeed::Unknown);
-    EXPECT_EQ(port.GetPortLinkSpeed(), LinkSpeed::Unknown);
     EXPECT_EQ(port.GetPortLinkDuplex(), LinkDuplex::Unknown);
     const std::string failed = "Error GetPortLinkState() for device 1, port 1 (/sys/class/net/sft1/";
-    EXPECT_EQ(capture.Count(3, failed + "speed): errno 22"), 2U);
+    EXPECT_EQ(capture.Count(3, failed + "speed): errno 22"), 1U);
     EXPECT_EQ(capture.Count(3, failed + "duplex): errno 22"), 1U);
 
     const EthPortInfoI210Drv i210(3, 2, "nosuch0");
@@ -60,7 +57,7 @@ TEST_F(KernelPort, KernelFailuresAndTheInterfaceName)
     const EthPortInfoI210Drv overlong(1, 2, "ifname15charsxxTAIL");
     // The kernel's link watch may take up to a second to raise the running flag.
     EXPECT_TRUE(WaitUntil([&] { return overlong.GetPortLinkState() == LinkState::Up; }, 5s));
-    EXPECT_EQ(capture.Records().size(), 5U);
+    EXPECT_EQ(capture.Records().size(), 4U);
 }
 
 // Speeds the tap driver accepts, also ones that are not 10/100/1000 and one

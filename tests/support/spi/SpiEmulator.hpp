@@ -5,7 +5,7 @@
 //
 //   auto device = SpiEmulator::Ksz8794().Register(0x1E, 0x20).Build(path);
 //   ... run the code under test ...
-//   device.Transfers()  // every SPI_IOC_MESSAGE(1) transfer with its sent bytes
+//   device.State().transfers  // every SPI_IOC_MESSAGE(1) transfer with its sent bytes
 //
 // Only executables that want the emulator link SpiEmulator.cpp and
 // SpiInterposer.cpp (they are kept out of zel_test_support on purpose).
@@ -34,7 +34,6 @@ struct SpiDeviceState {
     std::string path;
     bool ksz8794 = true;
     std::vector<std::uint8_t> registers;
-    bool failTransfers = false; // every transfer fails with EIO
     std::set<unsigned int> failingReads; // the transfers reading these fail with EIO
     std::vector<SpiTransfer> transfers;
     int openCount = 0; // successful opens of the node so far
@@ -57,7 +56,6 @@ public:
     // Changed from the test's thread between queries, while no other thread
     // uses the node; the stress rig only builds its nodes.
     void SetRegister(unsigned int address, std::uint8_t value) { state->registers.at(address) = value; }
-    void FailTransfers(bool fail) { state->failTransfers = fail; }
     void FailReadsOf(unsigned int address) { state->failingReads.insert(address); }
     void ClearTransfers() { state->transfers.clear(); }
     // A copy of the state as it is now.
@@ -66,8 +64,6 @@ public:
         std::lock_guard<std::mutex> guard(SpiLock());
         return *state;
     }
-    std::vector<SpiTransfer> Transfers() const { return State().transfers; }
-    int OpenCount() const { return State().openCount; }
 
 private:
     std::shared_ptr<SpiDeviceState> state;
@@ -83,9 +79,9 @@ public:
 
     SpiEmulator& Register(unsigned int address, std::uint8_t value);
 
-    // Makes `path` openable in this process. Throws std::runtime_error when a
-    // real file exists there or the path is already emulated, so a test that
-    // passes was served by the emulator.
+    // Makes `path` openable in this process; the paths the tests use exist
+    // nowhere else, so an open the interposer misses fails. Throws
+    // std::runtime_error when the path is already emulated.
     SpiDevice Build(const std::string& path) const;
 
 private:

@@ -56,6 +56,15 @@ int IoctlWith(IoctlFunction next, int fd, unsigned long request, va_list args)
         return result;                                                                                                 \
     }
 
+// The fortified opens take no mode.
+#define ZEL_SPI_FORTIFIED_OPEN(name)                                                                                   \
+    int name(const char* path, int flags)                                                                              \
+    {                                                                                                                  \
+        static const auto next = Next<Open2Function>(#name);                                                           \
+        int result = -1;                                                                                               \
+        return Zel::Test::SpiHooks::Open(path, flags, &result) ? result : next(path, flags);                           \
+    }
+
 extern "C" {
 
 ZEL_SPI_VARIADIC(open, OpenFunction, OpenWith, const char*, path, int, flags)
@@ -63,19 +72,8 @@ ZEL_SPI_VARIADIC(open64, OpenFunction, OpenWith, const char*, path, int, flags)
 ZEL_SPI_VARIADIC(ioctl, IoctlFunction, IoctlWith, int, fd, unsigned long, request)
 ZEL_SPI_VARIADIC(__ioctl_time64, IoctlFunction, IoctlWith, int, fd, unsigned long, request)
 
-int __open_2(const char* path, int flags)
-{
-    static const auto next = Next<Open2Function>("__open_2");
-    int result = -1;
-    return Zel::Test::SpiHooks::Open(path, flags, &result) ? result : next(path, flags);
-}
-
-int __open64_2(const char* path, int flags)
-{
-    static const auto next = Next<Open2Function>("__open64_2");
-    int result = -1;
-    return Zel::Test::SpiHooks::Open(path, flags, &result) ? result : next(path, flags);
-}
+ZEL_SPI_FORTIFIED_OPEN(__open_2)
+ZEL_SPI_FORTIFIED_OPEN(__open64_2)
 
 int close(int fd)
 {
