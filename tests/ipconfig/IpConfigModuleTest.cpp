@@ -5,7 +5,6 @@
 #include "Checks.hpp"
 #include "MemoryLogSink.hpp"
 #include "StandInEthernetInfo.hpp"
-#include "TestFiles.hpp"
 
 #include "Modules/Nim/Linux/IpConfigModule.hpp"
 
@@ -35,8 +34,8 @@ TEST(IpConfigModuleSetup, NeedsAnEthernetInfoModule)
         if (withImpostor) {
             provider.AddHardwareModule("Zel.Hardware.Nim.Modules.IEthernetInfoModule", impostor);
         }
-        Zel::Test::ExpectThrow<InvalidOperationException>([&] { module.SetupSettings(ModuleSettings(), provider); },
-                                                          "IpConfigModule::SetupSettings(): ethInfoModule is NULL!");
+        ExpectThrow<InvalidOperationException>([&] { module.SetupSettings(ModuleSettings(), provider); },
+                                               "IpConfigModule::SetupSettings(): ethInfoModule is NULL!");
     }
     EXPECT_EQ(2u, capture.Count(7, "IpConfigModule::SetupSettings()"));
     module.Dispose();
@@ -87,9 +86,9 @@ TEST_F(IpConfigModuleDevices, OwnRangeTestGives22ToGettersAnd1ToSetters)
         const std::string number = std::to_string(device);
         for (const auto& [name, call] : getters) {
             LogCapture capture(8);
-            Zel::Test::ExpectThrow<InvalidOperationException>([&] { call(module, device); },
-                                                              std::string("IpConfigModule::") + name +
-                                                                  "(): ReadValueFromInterface() returned 22");
+            ExpectThrow<InvalidOperationException>([&] { call(module, device); },
+                                                   std::string("IpConfigModule::") + name +
+                                                       "(): ReadValueFromInterface() returned 22");
             EXPECT_TRUE(capture.Contains(8,
                                          "IpConfigModule::ReadValueFromInterface(): device " + number +
                                              " interfaceName eth" + number));
@@ -136,9 +135,9 @@ TEST_F(IpConfigModuleDevices, UnnamedAssignModeThrowsBeforeTheDeviceIsChecked)
     for (const unsigned int device : {1u, 0u}) {
         for (const int value : {6, 42, 255}) {
             LogCapture capture(8);
-            Zel::Test::ExpectThrow<Exception>([&] { module.SetIpAssignMode(device, static_cast<IpAssignMode>(value)); },
-                                              "Invalid value for Enum 'Zel::Hardware::Nim::IpAssignMode' occurs: " +
-                                                  std::to_string(value));
+            ExpectThrow<Exception>([&] { module.SetIpAssignMode(device, static_cast<IpAssignMode>(value)); },
+                                   "Invalid value for Enum 'Zel::Hardware::Nim::IpAssignMode' occurs: " +
+                                       std::to_string(value));
             EXPECT_TRUE(capture.Contains(8,
                                          "IpConfigModule::SetIpAssignMode(): " + std::to_string(device) + ", " +
                                              std::to_string(value)));

@@ -6,6 +6,7 @@
 // group has setters of the IP configuration race each other and readers of
 // /etc/network/interfaces; a third races the first calls of many log channels.
 #include "CaseFile.hpp"
+#include "Checks.hpp"
 #include "MemoryLogSink.hpp"
 #include "Sandbox.hpp"
 #include "ScratchDirectory.hpp"
@@ -38,20 +39,23 @@
 
 namespace {
 
-using Zel::Hardware::Commons::Modules::ModuleSettings;
+using namespace Zel::Hardware::Commons::Modules;
+using namespace Zel::Hardware::Modules::Nim::Linux;
 using namespace Zel::System::Commons;
 using namespace Zel::System::Commons::Logging;
+using Zel::Hardware::Nim::AccessErrorCode;
+using Zel::Test::LogCapture;
 
 constexpr std::size_t queryThreads = 8;
 constexpr std::size_t iterationsPerThread = 120;
 
 // Warnings and errors in the log. qemu-user implements no SIOCETHTOOL, so
 // under it the I210 port's speed and duplex fail with ENOSYS (38) on every
-// call: those two are the emulator's, counted apart by EmulatorErrors.
+// call: those two are the emulator's and no problem.
 const std::vector<std::string> emulatorErrors{"Error GetPortLinkSpeed() for device 2, port 1 (eth1): errno 38",
                                               "Error GetPortLinkDuplex() for device 2, port 1 (eth1): errno 38"};
 
-std::vector<std::string> Problems(const Zel::Test::LogCapture& capture)
+std::vector<std::string> Problems(const LogCapture& capture)
 {
     std::vector<std::string> problems;
     for (const auto& record : capture.Records()) {
@@ -60,11 +64,6 @@ std::vector<std::string> Problems(const Zel::Test::LogCapture& capture)
         }
     }
     return problems;
-}
-
-std::size_t EmulatorErrors(const Zel::Test::LogCapture& capture)
-{
-    return capture.Sink().Count(emulatorErrors[0]) + capture.Sink().Count(emulatorErrors[1]);
 }
 
 // Runs body(0) to body(runners - 1) on threads that start at the same
@@ -76,8 +75,7 @@ void RunTogether(std::size_t runners, const Body& body)
     std::vector<std::thread> threads;
     for (std::size_t t = 0; t < runners; ++t) {
         threads.emplace_back([&, t] {
-            const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-            for (++arrived; arrived.load() < runners && std::chrono::steady_clock::now() < deadline;) {
+            for (++arrived; arrived.load() < runners;) {
                 std::this_thread::yield();
             }
             body(t);
@@ -96,8 +94,7 @@ const std::vector<std::string> stableComponents = {"opcua", "plc-runtime", "web"
 // own and its users serialise themselves (readers shared, the writer alone).
 std::shared_mutex registryLock;
 
-class StressRig {
-public:
+struct StressRig {
     StressRig()
         : spi8794(Zel::Test::SpiEmulator::Ksz8794()
                       .Register(0x1E, 0x20)
@@ -114,24 +111,15 @@ public:
             }
         }
         ModuleSettings settings;
-        settings.AddSetting("mandatoryInterfaces", "7");
-        settings.AddSetting("path.1.1.sysFile", "/sys/class/net/eth0/");
-        settings.AddSetting("path.3.1.sysFile", Path("sys/"));
-        for (int port = 1; port <= 2; ++port) {
-            settings.AddSetting(fmt::format("path.4.{}.speed", port), Path(fmt::format("ksz/{}/speed", port)));
-            settings.AddSetting(fmt::format("path.4.{}.duplex", port), Path(fmt::format("ksz/{}/duplex", port)));
-            settings.AddSetting(fmt::format("path.6.{}.link", port), Path(fmt::format("gpio/{}/value", port)));
+        for (const auto& line : rigCases.at(3).Lines("settings")) {
+            const auto words = Zel::Test::Words(line);
+            settings.AddSetting(words[0], words[1].rfind("scratch/", 0) == 0 ? Path(words[1].substr(8)) : words[1]);
         }
-        settings.AddSetting("path.5.spi", spi8794.Path());
-        settings.AddSetting("path.6.spi", spi8863.Path());
-        Zel::Hardware::Commons::Modules::SettingField table("interfaces");
-        table.AddLine({"1", "Eth0 sysfs", "eth0", "1", "sysFile", "X1", "Ethernet"});
-        table.AddLine({"2", "Eth1 I210", "eth1", "1", "i210Driver", "X2", "Ethernet"});
-        table.AddLine({"3", "Files", "eth0", "1", "sysFile", "F1", "Ethernet"});
-        table.AddLine({"4", "KSZ8794 files", "eth0", "2", "switchKSZ8794", "A1; A2", "Ethernet"});
-        table.AddLine({"5", "KSZ8794 SPI", "eth0", "2", "switchKSZ8794spi", "B1;B2", "Ethernet"});
-        table.AddLine({"6", "KSZ8863", "eth1", "2", "switchKSZ8863gpio", "C1;C2", "Ethernet"});
-        table.AddLine({"7", "Service", "eth1", "1", "unsupported", "", "Service"});
+        SettingField table("interfaces");
+        for (const auto& line : rigCases.at(3).Lines("interfaces")) {
+            const auto words = Zel::Test::Words(line);
+            table.AddLine({words.begin(), words.end()});
+        }
         settings.AddSettingField("interfaces", table);
 
         ethernet.SetupSettings(settings, provider);
@@ -171,26 +159,21 @@ public:
         return lines;
     }
 
-    Zel::Hardware::Modules::Nim::Linux::NetworkComponentRegistrationModule& Registry() { return registry; }
-    // Devices 1 and 2 are on eth0 and eth1.
-    const Zel::Hardware::Commons::Modules::HardwareModuleProvider& Provider() const { return provider; }
-
-private:
     std::string Path(const std::string& name) const { return scratch.Path(name); }
 
     Zel::Test::ScratchDirectory scratch{"zel-stress"};
     Zel::Test::SpiDevice spi8794;
     Zel::Test::SpiDevice spi8863;
-    Zel::Hardware::Commons::Modules::HardwareModuleProvider provider;
-    Zel::Hardware::Modules::Nim::Linux::EthernetInfoModule ethernet;
-    Zel::Hardware::Modules::Nim::Linux::IpStatusModule ipStatus;
-    Zel::Hardware::Modules::Nim::Linux::NetworkComponentRegistrationModule registry;
+    HardwareModuleProvider provider; // devices 1 and 2 are on eth0 and eth1
+    EthernetInfoModule ethernet;
+    IpStatusModule ipStatus;
+    NetworkComponentRegistrationModule registry;
 };
 
 TEST(ConcurrentQueries, EightThreadsGetTheSingleThreadedAnswersWhileOneRegisters)
 {
     ZEL_REQUIRE_SANDBOX();
-    Zel::Test::LogCapture capture(8); // every trace line is formatted: the logging runs concurrently too
+    LogCapture capture(8); // every trace line is formatted: the logging runs concurrently too
     StressRig rig;
     const std::size_t setUpRecords = capture.Records().size();
     const auto expected = rig.Collect();
@@ -198,15 +181,13 @@ TEST(ConcurrentQueries, EightThreadsGetTheSingleThreadedAnswersWhileOneRegisters
     const std::string all = fmt::format("{}", fmt::join(expected, "\n"));
 
     // The rig is alive: the answers come from the kernel, the attribute files
-    // and the emulated switches.
+    // and the emulated switches. Set-up and a round log no problem.
     const auto answers = rigCases.at(1).Lines("lines");
     ASSERT_EQ(answers.size(), expected.size()) << all;
     for (std::size_t row = 0; row < expected.size(); ++row) {
         EXPECT_EQ(answers[row], row == 1 ? expected[row].substr(0, answers[row].size()) : expected[row]);
     }
     ASSERT_EQ(Problems(capture), std::vector<std::string>{});
-    // Set-up logs no error; every round logs the same ones (none natively).
-    const std::size_t emulatorErrorsPerRound = EmulatorErrors(capture);
 
     std::array<std::string, queryThreads> failures;
     std::atomic<std::size_t> readersLeft{queryThreads};
@@ -216,10 +197,9 @@ TEST(ConcurrentQueries, EightThreadsGetTheSingleThreadedAnswersWhileOneRegisters
         for (; t == queryThreads && readersLeft.load() > 0; ++registrations) {
             std::unique_lock<std::shared_mutex> writer(registryLock);
             if (registrations % 2 == 0) {
-                rig.Registry().RegisterNetworkComponent(BasicString::Format("transient-{0}", registrations % 16), 9);
+                rig.registry.RegisterNetworkComponent(BasicString::Format("transient-{0}", registrations % 16), 9);
             } else {
-                rig.Registry().UnregisterNetworkComponent(
-                    BasicString::Format("transient-{0}", (registrations - 1) % 16));
+                rig.registry.UnregisterNetworkComponent(BasicString::Format("transient-{0}", (registrations - 1) % 16));
             }
         }
         for (std::size_t i = 0; t < queryThreads && i < iterationsPerThread && failures[t].empty(); ++i) {
@@ -241,7 +221,6 @@ TEST(ConcurrentQueries, EightThreadsGetTheSingleThreadedAnswersWhileOneRegisters
     EXPECT_GT(registrations, 0);
     EXPECT_EQ(rig.Collect(), expected);
     EXPECT_EQ(Problems(capture), std::vector<std::string>{});
-    EXPECT_EQ(EmulatorErrors(capture), emulatorErrorsPerRound * (queryThreads * iterationsPerThread + 2));
     EXPECT_GE(capture.Records().size(), setUpRecords + recordsPerRound * (queryThreads * iterationsPerThread + 2));
 }
 
@@ -250,16 +229,16 @@ TEST(ConcurrentQueries, EightThreadsGetTheSingleThreadedAnswersWhileOneRegisters
 TEST(ConcurrentSetters, NoSetterLosesAWriteAndReadersSeeOnlyWholeValues)
 {
     ZEL_REQUIRE_SANDBOX();
-    Zel::Test::LogCapture capture(8);
+    LogCapture capture(8);
     Zel::Test::WriteFile("/etc/network/interfaces", rigCases.at(2)["file"]);
     StressRig rig;
-    Zel::Hardware::Modules::Nim::Linux::IpConfigModule ipConfig;
-    ipConfig.SetupSettings(ModuleSettings(), rig.Provider());
+    IpConfigModule ipConfig;
+    ipConfig.SetupSettings(ModuleSettings(), rig.provider);
 
-    using Module = Zel::Hardware::Modules::Nim::Linux::IpConfigModule;
+    using Module = IpConfigModule;
     struct Field {
         unsigned int device;
-        Zel::Hardware::Nim::AccessErrorCode (Module::*set)(unsigned int, const BasicString&);
+        AccessErrorCode (Module::*set)(unsigned int, const BasicString&);
         BasicString (Module::*get)(unsigned int);
         const char* initial;
         std::array<const char*, 2> values; // set in turn; the first is the last one set
@@ -279,7 +258,7 @@ TEST(ConcurrentSetters, NoSetterLosesAWriteAndReadersSeeOnlyWholeValues)
             const char* value = field.values[static_cast<std::size_t>(i % 2)];
             // Only this thread writes the field: reading back anything else
             // is a write of another setter that lost this one's.
-            if ((ipConfig.*field.set)(field.device, value) != Zel::Hardware::Nim::AccessErrorCode::Success) {
+            if ((ipConfig.*field.set)(field.device, value) != AccessErrorCode::Success) {
                 failures[r] = fmt::format("setting {} failed", value);
             } else if (const BasicString got = (ipConfig.*field.get)(field.device); got != value) {
                 failures[r] = fmt::format("set {}, read back {}", value, got);
@@ -310,7 +289,7 @@ TEST(ConcurrentSetters, NoSetterLosesAWriteAndReadersSeeOnlyWholeValues)
 // ---- log channels created by racing first calls ----
 
 template <int N>
-class RaceChannel : public Zel::System::Commons::Logging::Loggable<RaceChannel<N>, false, false> {
+class RaceChannel : public Loggable<RaceChannel<N>, false, false> {
 public:
     static const LogAdapter* Touch()
     {
@@ -332,7 +311,7 @@ auto MakeChannels(std::integer_sequence<int, N...>)
 
 TEST(LogChannelCreation, RacingFirstCallsCreateOneAdapterPerChannel)
 {
-    Zel::Test::LogCapture capture(8);
+    LogCapture capture(8);
     LogManager& manager = AppDomain::GetCurrentSingleton<LogManager>();
     const auto [touches, names] = MakeChannels(std::make_integer_sequence<int, raceChannels>());
     for (const auto& name : names) {
