@@ -10,7 +10,7 @@
 #include "MemoryLogSink.hpp"
 #include "Sandbox.hpp"
 #include "ScratchDirectory.hpp"
-#include "SpiEmulator.hpp"
+#include "spi/SpiEmulator.hpp"
 
 #include "Modules/Nim/Linux/EthernetInfoModule.hpp"
 #include "Modules/Nim/Linux/IpConfigModule.hpp"
