@@ -248,11 +248,7 @@ TEST_P(IpConfigPlacement, WriteReachesTheRealFileOrFailsAndSaysWhy)
     LogCapture capture(5);
     const IpConfigFileAccess access(parameterOrder, interfacesFile, std::chrono::milliseconds(100));
     EXPECT_EQ(result, access.WriteIpPara("eth0", "netmask", "255.255.255.0"));
-    std::string messages;
-    for (const auto& record : capture.Records()) {
-        messages += fmt::format("{} {}\n", record.level, record.text);
-    }
-    EXPECT_EQ(c["messages"], messages);
+    EXPECT_EQ(c["messages"], capture.Text());
     EXPECT_EQ(result == 0 ? changed : board, ReadFile(realFile));
     EXPECT_EQ(ReadFile(realFile), ReadFile(interfacesFile));
     EXPECT_EQ(link, fs::is_symlink(interfacesFile));
