@@ -41,6 +41,7 @@
 #include <unistd.h>
 
 #include <set>
+#include <sstream>
 #include <typeinfo>
 
 namespace {
