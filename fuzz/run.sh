@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # fuzz/run.sh <seconds> [target...]
 #
-# Builds every libFuzzer target (fuzz/*/CMakeLists.txt, zel_add_fuzz_target)
+# Builds every libFuzzer target (zel_add_fuzz_target in fuzz/CMakeLists.txt)
 # with the fuzz preset (clang) in its own build directory and runs each (or
-# only the named ones) for <seconds>, starting from its committed seed corpus. New inputs go to
-# <build>/runs/<target>/corpus, crash reproducers to <build>/runs/<target>/.
+# only the named ones) for <seconds>, starting from its committed seed corpus
+# and with its dictionary. New inputs go to <build>/runs/<target>/corpus,
+# crash reproducers to <build>/runs/<target>/.
 # Exits non-zero as soon as a target finds a crash, a leak or a sanitizer
 # report.
 #
@@ -40,14 +41,11 @@ while IFS='|' read -r name exe corpus dictionary; do
   [ -n "$name" ] || continue
   work="$build/runs/$name"
   mkdir -p "$work/corpus"
-  args=(-max_total_time="$seconds" -artifact_prefix="$work/" -print_final_stats=1)
-  [ -n "$dictionary" ] && args+=(-dict="$dictionary")
+  args=(-max_total_time="$seconds" -artifact_prefix="$work/" -print_final_stats=1 -dict="$dictionary")
   # shellcheck disable=SC2206 # extra options are words on purpose
   args+=(${ZEL_FUZZ_ARGS:-})
-  dirs=("$work/corpus")
-  [ -n "$corpus" ] && [ -d "$corpus" ] && dirs+=("$corpus")
   echo "fuzz/run.sh: $name for ${seconds}s" >&2
-  if ! "$exe" "${args[@]}" "${dirs[@]}" 2>"$work/log.txt"; then
+  if ! "$exe" "${args[@]}" "$work/corpus" "$corpus" 2>"$work/log.txt"; then
     tail -n 60 "$work/log.txt" >&2
     echo "fuzz/run.sh: $name FAILED (log: $work/log.txt, reproducer in $work/)" >&2
     status=1

@@ -22,7 +22,7 @@
 #include "Modules/Commons/Linux/IpConfigFileAccess.hpp"
 
 #include <algorithm>
-#include <iterator>
+#include <sstream>
 #include <stdexcept>
 
 namespace {
@@ -36,14 +36,12 @@ std::unique_ptr<IpConfigFileAccess> fileAccess;
 
 bool SomeLineEndsAfterKey(const std::string& content, const std::string& key)
 {
-    for (std::size_t start = 0; start < content.size();) {
-        const std::size_t end = std::min(content.find('\n', start), content.size());
-        const std::string line = content.substr(start, end - start);
+    std::istringstream lines(content);
+    for (std::string line; std::getline(lines, line);) {
         const std::size_t found = line.find(key);
         if (found != std::string::npos && line.find_first_not_of(' ', found + key.size()) == std::string::npos) {
             return true;
         }
-        start = end + 1;
     }
     return false;
 }
@@ -81,7 +79,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const BasicString interfaceName(interfaceChoice < 4 ? std::string(fixedInterfaces[interfaceChoice])
                                                         : input.Counted());
     const std::string content = input.Rest();
-    Zel::Fuzz::WriteAll(file, content);
+    Zel::Test::WriteFile(file, content);
 
     if ((selector & 1u) == 0) {
         const BasicString sentinel("\x01unchanged");
@@ -102,8 +100,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
 
     const int result = fileAccess->WriteIpPara(interfaceName, key, value);
-    std::ifstream in(file, std::ios::binary);
-    const std::string after{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    const std::string after = Zel::Test::ReadFile(file);
     Check(::access((file + ".tmp").c_str(), F_OK) != 0, "the temporary file was left behind");
     Check(result == 0 || result == 1, "write result is neither 0 nor 1");
     Check(result == 1 || value.find_first_of(std::string_view("\n\r\0", 3)) == std::string::npos,
@@ -119,12 +116,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0;
     }
     Check(LineCount(after) >= LineCount(content), "a write lost lines");
-    const std::string parameterLine = "    " + key + " " + value + "\n";
-    bool atLineStart = false;
-    for (std::size_t at = after.find(parameterLine); at != std::string::npos && !atLineStart;
-         at = after.find(parameterLine, at + 1)) {
-        atLineStart = at == 0 || after[at - 1] == '\n';
-    }
-    Check(atLineStart, "a successful write does not hold the new parameter line");
+    // A whole line: after a line feed, or at the file's start.
+    Check(("\n" + after).find("\n    " + key + " " + value + "\n") != std::string::npos,
+          "a successful write does not hold the new parameter line");
     return 0;
 }

@@ -69,7 +69,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (appended) {
         table += fmt::format("\n{}\t00000000\t{:08X}\t0003\t0\t0\t0\t00000000\t0\t0\t0\n", name, gateway);
     }
-    Zel::Fuzz::WriteAll(file, table);
+    Zel::Test::WriteFile(file, table);
 
     BasicString result("unchanged");
     const int status = socketAccess->GetCurrentDefaultGateway(1, 1, BasicString(name), result);

@@ -27,6 +27,7 @@
 #include "fuzz/support/FuzzSupport.hpp"
 
 #include "Modules/Nim/Linux/EthernetInfoModule.hpp"
+#include "tests/support/CaseFile.hpp"
 
 #include <Zel/Hardware/Commons/Modules/HardwareModuleProvider.hpp>
 #include <Zel/Hardware/Commons/Modules/ModuleSettings.hpp>
@@ -39,7 +40,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <map>
+#include <set>
+#include <sstream>
 #include <typeinfo>
 
 namespace {
@@ -56,67 +58,48 @@ constexpr std::size_t maxLines = 16;
 // allocator).
 constexpr unsigned long maxPortCount = 64;
 
-std::string root; // the temporary tree behind "@/"
+const Zel::Test::ScratchDirectory* tree; // the temporary tree behind "@/"
 std::string spiPath; // the spidev stand-in behind "@spi"
 struct stat spiInfo {};
 std::vector<std::string> interfaces;
 
 void CreateFiles()
 {
-    root = Zel::Fuzz::TemporaryDirectory("zel-fuzz-settings");
+    tree = &Zel::Fuzz::TemporaryDirectory("zel-fuzz-settings");
     // A directory where an attribute file is expected, and a plain one.
-    for (const char* dir : {"/sys/unreadable/operstate", "/dir", "/free"}) {
-        fs::create_directories(root + dir);
+    for (const char* dir : {"sys/unreadable/operstate", "dir", "free"}) {
+        fs::create_directories(tree->Path(dir));
     }
-    const std::pair<const char*, const char*> files[] = {
-        {"/sys/good/operstate", "up\n"},
-        {"/sys/good/speed", "1000\n"},
-        {"/sys/good/duplex", "full\n"},
-        {"/sys/down/operstate", "down\n"},
-        {"/sys/down/speed", "-1\n"},
-        {"/sys/down/duplex", "unknown\n"},
-        {"/sys/partial/operstate", "up\n"},
-        {"/sys/unreadable/speed", "100\n"},
-        {"/sys/unreadable/duplex", "half\n"},
-        {"/ksz/speed", "100\n"},
-        {"/ksz/duplex", "full-duplex\n"},
-        {"/ksz/unlinked", "unlinked"},
-        {"/gpio/value", "1\n"},
-        {"/gpio/low", "0\n"},
-    };
+    auto files = Zel::Test::Cases("tree.cases").at(0).sections;
+    files.erase(""); // the case's unnamed section
     for (const auto& [path, content] : files) {
-        fs::create_directories(fs::path(root + path).parent_path());
-        std::ofstream(root + path, std::ios::binary) << content;
+        fs::create_directories(fs::path(tree->Path(path)).parent_path());
+        Zel::Test::WriteFile(tree->Path(path), content);
     }
     // Kept apart from "@/", whose paths must never reach it.
-    spiPath = Zel::Fuzz::TemporaryDirectory("zel-fuzz-spi") + "/spidev0.0";
-    std::ofstream(spiPath, std::ios::binary) << std::string(3, '\0');
+    spiPath = Zel::Fuzz::TemporaryDirectory("zel-fuzz-spi").Write("spidev0.0", std::string(3, '\0'));
     if (stat(spiPath.c_str(), &spiInfo) != 0) {
         Fail("cannot create the SPI stand-in");
     }
 }
 
-// Open descriptors by number, with the file each refers to.
-std::map<int, std::pair<dev_t, ino_t>> OpenDescriptors()
+// The numbers of the open descriptors.
+std::set<int> OpenDescriptors()
 {
-    std::map<int, std::pair<dev_t, ino_t>> open;
+    std::set<int> open;
     for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
-        const int fd = std::atoi(entry.path().filename().c_str());
-        struct stat info {};
-        if (fstat(fd, &info) == 0) {
-            open[fd] = {info.st_dev, info.st_ino};
-        }
+        open.insert(std::atoi(entry.path().filename().c_str()));
     }
     return open;
 }
 
-void CloseLeakedDescriptors(const std::map<int, std::pair<dev_t, ino_t>>& before)
+void CloseLeakedDescriptors(const std::set<int>& before)
 {
     // The listing's own descriptor is closed already; closing it again only fails.
-    for (const auto& [fd, identity] : OpenDescriptors()) {
-        const auto found = before.find(fd);
-        const bool kept = found != before.end() && found->second == identity;
-        if (!kept && identity != std::make_pair(spiInfo.st_dev, spiInfo.st_ino)) {
+    for (const int fd : OpenDescriptors()) {
+        struct stat info {};
+        const bool spi = fstat(fd, &info) == 0 && info.st_dev == spiInfo.st_dev && info.st_ino == spiInfo.st_ino;
+        if (before.count(fd) == 0 && !spi) {
             close(fd);
         }
     }
@@ -158,23 +141,12 @@ std::string ExpandPath(const std::string& key, const std::string& value)
         return spiPath + Neutralise(value.substr(4));
     }
     if (value.rfind("@/", 0) == 0) {
-        return root + Neutralise(value.substr(1));
+        return tree->Path(Neutralise(value.substr(2)));
     }
     if (const std::string* name = value.rfind("$sys", 0) == 0 ? InterfaceAt(value, 4) : nullptr) {
         return "/sys/class/net/" + *name + "/" + Neutralise(value.substr(5));
     }
-    return root + "/free/" + Neutralise(value);
-}
-
-std::vector<std::string> Split(const std::string& text, char separator)
-{
-    std::vector<std::string> parts;
-    std::size_t start = 0;
-    for (std::size_t end; (end = text.find(separator, start)) != std::string::npos; start = end + 1) {
-        parts.push_back(text.substr(start, end - start));
-    }
-    parts.push_back(text.substr(start));
-    return parts;
+    return tree->Path("free/" + Neutralise(value));
 }
 
 struct Input {
@@ -185,16 +157,19 @@ struct Input {
 bool Decode(const std::string& text, Input& input)
 {
     bool hasTable = false;
-    for (const std::string& line : Split(text, '\n')) {
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
         const std::string rest = line.size() > 2 ? line.substr(2) : std::string();
         const char directive = line.empty() ? ' ' : line[0];
         hasTable = hasTable || directive == 'T' || directive == 'L';
         if (directive == 'M') {
             input.settings.AddSetting("mandatoryInterfaces", BasicString(rest));
         } else if (directive == 'L' && input.lines.size() < maxLines) {
+            // Split at every '|': "a|" has an empty second column.
             std::vector<std::string> columns;
-            for (const std::string& column : Split(rest, '|')) {
-                columns.push_back(ExpandInterfaces(column));
+            for (std::size_t start = 0, end = 0; end != std::string::npos; start = end + 1) {
+                end = rest.find('|', start);
+                columns.push_back(ExpandInterfaces(rest.substr(start, end - start)));
             }
             if (columns.size() >= 4 && std::strtoul(columns[3].c_str(), nullptr, 0) > maxPortCount) {
                 return false;
@@ -222,13 +197,11 @@ bool Decode(const std::string& text, Input& input)
 // texts are pinned by the Ethernet set-up tests.
 void ExpectDocumented(const std::string& type, const std::string& message)
 {
-    for (const char* documented :
-         {"InvalidConfigException", "InvalidOperationException", "ArgumentException", "NotSupportedException"}) {
-        if (type == documented && !message.empty()) {
-            return;
-        }
+    static const std::set<std::string> documented{"InvalidConfigException", "InvalidOperationException",
+                                                  "ArgumentException", "NotSupportedException"};
+    if (documented.count(type) == 0 || message.empty()) {
+        Fail("undocumented outcome " + type + ": " + message);
     }
-    Fail("undocumented outcome " + type + ": " + message);
 }
 
 // Every device built is a complete entry of a leading table line.
@@ -294,8 +267,8 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
         setrlimit(RLIMIT_NOFILE, &limit);
     }
     Zel::Fuzz::SetUpLogging();
-    std::fprintf(stderr, "settings fuzzer: tree %s, SPI stand-in %s, %zu interfaces\n", root.c_str(), spiPath.c_str(),
-                 interfaces.size());
+    std::fprintf(stderr, "settings fuzzer: tree %s, SPI stand-in %s, %zu interfaces\n", tree->Path("").c_str(),
+                 spiPath.c_str(), interfaces.size());
     return 0;
 }
 

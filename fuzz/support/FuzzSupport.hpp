@@ -3,6 +3,8 @@
 // checks that abort, and the input cut into fields.
 #pragma once
 
+#include "tests/support/ScratchDirectory.hpp"
+
 #include <Zel/System/Commons/AppDomain.hpp>
 #include <Zel/System/Commons/Logging/LogManager.hpp>
 #include <Zel/System/Commons/Logging/LogSink.hpp>
@@ -11,14 +13,11 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
+#include <list>
 #include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
 
-#include <stdlib.h>
 #include <unistd.h>
 
 namespace Zel::Fuzz {
@@ -52,34 +51,17 @@ inline void SetUpLogging()
 
 // A new directory named after `name`, removed at exit; on tmpfs where there is
 // one, since writes sync their file.
-inline std::string TemporaryDirectory(const char* name)
+inline const Zel::Test::ScratchDirectory& TemporaryDirectory(const char* name)
 {
-    static std::vector<std::string> directories;
-    std::string directory = std::string(::access("/dev/shm", W_OK) == 0 ? "/dev/shm/" : "/tmp/") + name + "-XXXXXX";
-    Check(::mkdtemp(directory.data()) != nullptr, "mkdtemp");
-    if (directories.empty()) {
-        std::atexit([] {
-            std::error_code ignored;
-            for (const auto& d : directories) {
-                std::filesystem::remove_all(d, ignored);
-            }
-        });
-    }
-    directories.push_back(directory);
-    return directory;
+    static std::list<Zel::Test::ScratchDirectory> directories;
+    return directories.emplace_back(std::string(::access("/dev/shm", W_OK) == 0 ? "/dev/shm/" : "") + name);
 }
 
 // Logging set up and the path of `fileName` in a new temporary directory.
 inline std::string SetUp(const char* fileName)
 {
     SetUpLogging();
-    return TemporaryDirectory("zel-ip-fuzz") + "/" + fileName;
-}
-
-inline void WriteAll(const std::string& path, const std::string& content)
-{
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    Check(static_cast<bool>((out << content).flush()), "could not write", path);
+    return TemporaryDirectory("zel-ip-fuzz").Path(fileName);
 }
 
 class Input {

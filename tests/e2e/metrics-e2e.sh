@@ -9,8 +9,7 @@
 set -euo pipefail
 
 nimhost=$(realpath "$1")
-here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
-root=$(cd "$here/../.." && pwd)
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 
 if [ "${ZEL_SANDBOX:-}" != "1" ]; then
   "$root/scripts/setup.sh"
@@ -18,14 +17,8 @@ if [ "${ZEL_SANDBOX:-}" != "1" ]; then
 fi
 
 work=$(mktemp -d)
-pids=()
-cleanup() {
-  local pid
-  for pid in ${pids[@]+"${pids[@]}"}; do kill "$pid" 2>/dev/null || true; done
-  wait 2>/dev/null || true
-  rm -rf "$work"
-}
-trap cleanup EXIT
+# The servers and the watch are this script's background jobs.
+trap 'kill $(jobs -p) 2>/dev/null || true; wait; rm -rf "$work"' EXIT
 
 fail() {
   echo "metrics-e2e: $*" >&2
@@ -48,19 +41,15 @@ ip link set eth0p up
 ip link set eth0 up
 wait_for 10 "eth0's carrier" grep -qx up /sys/class/net/eth0/operstate
 
-
 mkdir "$work/textfile"
 prometheus-node-exporter --web.listen-address=127.0.0.1:9100 --collector.disable-defaults \
   --collector.textfile --collector.textfile.directory="$work/textfile" >"$work/node-exporter.log" 2>&1 &
-pids+=($!)
 "$nimhost" --log-level 3 watch --metrics-file "$work/textfile/nim.prom" >"$work/watch.log" 2>&1 &
-pids+=($!)
 
 echo '{global: {scrape_interval: 1s}, scrape_configs: [{job_name: board, static_configs: [{targets: ["127.0.0.1:9100"]}]}]}' \
   >"$work/prometheus.yml"
 prometheus --config.file="$work/prometheus.yml" --storage.tsdb.path="$work/tsdb" \
   --web.listen-address=127.0.0.1:9090 >"$work/prometheus.log" 2>&1 &
-pids+=($!)
 
 # value_is METRIC VALUE: Prometheus answers VALUE now for METRIC of eth0's port.
 value_is() {
@@ -69,6 +58,9 @@ value_is() {
 }
 
 wait_for 120 "Prometheus to see the link up" value_is nim_port_link_up 1
+# node_exporter runs as its own user on the board, not as the watch's.
+mode=$(stat -c %a "$work/textfile/nim.prom")
+[ "$mode" = 644 ] || fail "nim.prom has mode $mode: node_exporter's user cannot read it"
 ip link set eth0 down
 wait_for 60 "Prometheus to see the link down" value_is nim_port_link_up 0
 ip link set eth0 up
