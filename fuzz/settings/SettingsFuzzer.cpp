@@ -165,11 +165,9 @@ bool Decode(const std::string& text, Input& input)
         if (directive == 'M') {
             input.settings.AddSetting("mandatoryInterfaces", BasicString(rest));
         } else if (directive == 'L' && input.lines.size() < maxLines) {
-            // Split at every '|': "a|" has an empty second column.
             std::vector<std::string> columns;
-            for (std::size_t start = 0, end = 0; end != std::string::npos; start = end + 1) {
-                end = rest.find('|', start);
-                columns.push_back(ExpandInterfaces(rest.substr(start, end - start)));
+            for (const std::string& column : Zel::Test::Words(rest)) {
+                columns.push_back(ExpandInterfaces(column));
             }
             if (columns.size() >= 4 && std::strtoul(columns[3].c_str(), nullptr, 0) > maxPortCount) {
                 return false;

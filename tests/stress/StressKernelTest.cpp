@@ -45,6 +45,7 @@ using namespace Zel::System::Commons;
 using namespace Zel::System::Commons::Logging;
 using Zel::Hardware::Nim::AccessErrorCode;
 using Zel::Test::LogCapture;
+using Zel::Test::Named;
 
 constexpr std::size_t queryThreads = 8;
 constexpr std::size_t iterationsPerThread = 120;
@@ -104,19 +105,19 @@ struct StressRig {
                       .Build(Path("spidev1.0"))),
           spi8863(Zel::Test::SpiEmulator::Ksz8863().Register(0x1F, 0x06).Register(0x2F, 0x00).Build(Path("spidev2.0")))
     {
-        for (const auto& [name, text] : rigCases.at(0).sections) {
+        for (const auto& [name, text] : Named(rigCases, "attribute files").sections) {
             if (!name.empty()) { // the case's unnamed section is empty
                 std::filesystem::create_directories(std::filesystem::path(Path(name)).parent_path());
                 Zel::Test::WriteFile(Path(name), text);
             }
         }
         ModuleSettings settings;
-        for (const auto& line : rigCases.at(3).Lines("settings")) {
+        for (const auto& line : Named(rigCases, "settings").Lines("settings")) {
             const auto words = Zel::Test::Words(line);
             settings.AddSetting(words[0], words[1].rfind("scratch/", 0) == 0 ? Path(words[1].substr(8)) : words[1]);
         }
         SettingField table("interfaces");
-        for (const auto& line : rigCases.at(3).Lines("interfaces")) {
+        for (const auto& line : Named(rigCases, "settings").Lines("interfaces")) {
             const auto words = Zel::Test::Words(line);
             table.AddLine({words.begin(), words.end()});
         }
@@ -182,7 +183,7 @@ TEST(ConcurrentQueries, EightThreadsGetTheSingleThreadedAnswersWhileOneRegisters
 
     // The rig is alive: the answers come from the kernel, the attribute files
     // and the emulated switches. Set-up and a round log no problem.
-    const auto answers = rigCases.at(1).Lines("lines");
+    const auto answers = Named(rigCases, "answers").Lines("lines");
     ASSERT_EQ(answers.size(), expected.size()) << all;
     for (std::size_t row = 0; row < expected.size(); ++row) {
         EXPECT_EQ(answers[row], row == 1 ? expected[row].substr(0, answers[row].size()) : expected[row]);
@@ -230,7 +231,7 @@ TEST(ConcurrentSetters, NoSetterLosesAWriteAndReadersSeeOnlyWholeValues)
 {
     ZEL_REQUIRE_SANDBOX();
     LogCapture capture(8);
-    Zel::Test::WriteFile("/etc/network/interfaces", rigCases.at(2)["file"]);
+    Zel::Test::WriteFile("/etc/network/interfaces", Named(rigCases, "interfaces file the setters start from")["file"]);
     StressRig rig;
     IpConfigModule ipConfig;
     ipConfig.SetupSettings(ModuleSettings(), rig.provider);

@@ -117,6 +117,28 @@ inline std::vector<Case> ReadCases(const std::string& path)
     return cases;
 }
 
+// The fields of a table row written with '|' between them ("a||b": three).
+inline std::vector<std::string> Words(const std::string& row)
+{
+    std::vector<std::string> words;
+    for (std::size_t start = 0, end = 0; end != std::string::npos; start = end + 1) {
+        end = row.find('|', start);
+        words.push_back(row.substr(start, end - start));
+    }
+    return words;
+}
+
+// The case of that name among cases; a missing one is a fault of the case file.
+inline const Case& Named(const std::vector<Case>& cases, const std::string& name)
+{
+    for (const Case& c : cases) {
+        if (c.name == name) {
+            return c;
+        }
+    }
+    throw std::runtime_error("no case '" + name + "'");
+}
+
 #ifdef ZEL_TEST_CASES
 // The cases of `name` in the test's own cases/ directory.
 inline std::vector<Case> Cases(const std::string& name)
