@@ -119,7 +119,9 @@ TEST_P(IpConfigRace, EveryRoundGivesTheSequentialResult)
         int go[2];
         ASSERT_EQ(0, ::pipe(go));
         for (std::size_t w = 0; w < writers; ++w) {
-            if (::fork() == 0) {
+            const pid_t writer = ::fork();
+            ASSERT_GE(writer, 0) << "round " << round;
+            if (writer == 0) {
                 char ignored = 0;
                 ::close(go[1]);
                 _exit(::read(go[0], &ignored, 1) == 0 ? writeCall(w) : 2);
