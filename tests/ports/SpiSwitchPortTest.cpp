@@ -12,6 +12,7 @@
 
 #include <Zel/System/Commons/Exception.hpp>
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -91,10 +92,11 @@ TEST_F(SpiSwitchPort, RegisterDecodingTables)
         spi.ClearTransfers();
         const IEthPortInfo& port = is8794 ? static_cast<const IEthPortInfo&>(*port8794) : *port8863;
         // One query after the other, in the order the commands are checked in.
-        std::string codes = std::to_string(static_cast<int>(port.GetPortLinkState()));
-        codes += "|" + std::to_string(static_cast<int>(port.GetPortLinkSpeed()));
-        codes += "|" + std::to_string(static_cast<int>(port.GetPortLinkDuplex()));
-        EXPECT_EQ(codes, fields.at(3) + "|" + fields.at(4) + "|" + fields.at(5));
+        const int state = static_cast<int>(port.GetPortLinkState());
+        const int speed = static_cast<int>(port.GetPortLinkSpeed());
+        const int duplex = static_cast<int>(port.GetPortLinkDuplex());
+        EXPECT_EQ(fmt::format("{}|{}|{}", state, speed, duplex),
+                  fmt::format("{}|{}|{}", fields.at(3), fields.at(4), fields.at(5)));
         const bool up = fields.at(3) == "1";
         // KSZ8794: the link register at each query, the mode register after a link.
         const Bytes linkRead = {0x60, 0x5C, 0x00};
@@ -198,7 +200,7 @@ TEST_F(SpiSwitchPort, OneDeviceForAllPortsThatTheFirstDestructorCloses)
     SpiDevice spi8794 = SpiEmulator::Ksz8794().Register(0x00, 0x00).Register(0x2E, 0x20).Build(Node8794);
     SpiDevice spi8863 = SpiEmulator::Ksz8863().Register(0x00, 0x87).Register(0x2F, 0x06).Build(Node8863);
     for (unsigned int port : {0U, 3U}) {
-        const std::string message = "Invalid argument 'port' = '" + std::to_string(port) + "': unsupported";
+        const std::string message = fmt::format("Invalid argument 'port' = '{}': unsupported", port);
         ExpectThrow<ArgumentException>([&] { Make8794(port); }, message);
         // No link line is configured for these ports: reading one would throw another exception.
         ExpectThrow<ArgumentException>([&] { Make8863(port); }, message);

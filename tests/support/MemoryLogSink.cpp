@@ -3,6 +3,8 @@
 #include <Zel/System/Commons/AppDomain.hpp>
 #include <Zel/System/Commons/Logging/LogManager.hpp>
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 namespace Zel::Test {
@@ -52,7 +54,7 @@ std::string LogCapture::Text() const
 {
     std::string text;
     for (const auto& record : Records()) {
-        text += std::to_string(record.level) + " " + record.text + "\n";
+        text += fmt::format("{} {}\n", record.level, record.text);
     }
     return text;
 }
