@@ -472,7 +472,7 @@ TEST(NimhostExamples, EveryExampleBoardIsAValidSettingsFile)
         const auto table = Parse(RunNimhost({"--config", entry.path(), "settings", "--json"}));
         EXPECT_FALSE(table["Zel.Hardware.Nim.Modules.IEthernetInfoModule"]["fields"]["interfaces"].empty());
     }
-    EXPECT_EQ(files, 5U);
+    EXPECT_EQ(files, 6U);
 }
 
 } // namespace
