@@ -1,0 +1,70 @@
+// A simulated GPIO chip of the kernel's gpio-sim, made through configfs: the
+// board's GPIO lines for tests in the armhf VM (ctest --preset armhf-vm; the
+// development machine's kernel has no gpio-sim). Built as the board's chip
+// is described, then driven like the hardware behind its lines:
+//
+//   GpioSimChip chip = GpioSimChip().Lines(4).Name(1, "link2").Build();
+//   const std::string value = chip.Export(0);  // "/sys/class/gpio/gpioN/value"
+//   chip.SetPull(0, GpioSimChip::Pull::Up);     // the input line now reads 1
+//
+// The object owns the chip: destroying it unexports its lines and removes
+// the chip. Every step throws std::runtime_error naming the file and the
+// kernel's error when the kernel refuses it; on a kernel without gpio-sim,
+// Build() says so. One test thread owns a chip.
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+
+namespace Zel::Test {
+
+class GpioSimChip {
+public:
+    // What an input line reads when nothing drives it.
+    enum class Pull { Down, Up };
+
+    GpioSimChip() = default;
+    GpioSimChip(GpioSimChip&& other) noexcept;
+    GpioSimChip& operator=(GpioSimChip&&) = delete;
+    GpioSimChip(const GpioSimChip&) = delete;
+    GpioSimChip& operator=(const GpioSimChip&) = delete;
+    ~GpioSimChip();
+
+    // Before Build(): the number of lines (one bank) and names of some.
+    GpioSimChip& Lines(unsigned int count);
+    GpioSimChip& Name(unsigned int offset, const std::string& name);
+    // Makes the chip and brings it live; what is returned owns it.
+    GpioSimChip Build();
+
+    // The chip's name ("gpiochipN") and character device ("/dev/gpiochipN").
+    const std::string& ChipName() const { return chipName; }
+    std::string DevicePath() const { return "/dev/" + chipName; }
+    // The number of line 0 in /sys/class/gpio.
+    unsigned int Base() const { return base; }
+
+    // Exports the line through /sys/class/gpio and returns its value file.
+    std::string Export(unsigned int offset);
+    // Takes the export back: the value file goes, and descriptors still open
+    // on it fail their reads with ENODEV, as for a line whose chip is gone.
+    void Unexport(unsigned int offset);
+    void SetPull(unsigned int offset, Pull pull);
+    // The line's level as the chip sees it: an output's driven value.
+    int Value(unsigned int offset) const;
+    // Offline, the chip and all its lines are gone from the system.
+    void SetLive(bool live);
+
+private:
+    std::string Line(unsigned int offset) const;
+    void Remove() noexcept;
+
+    unsigned int lineCount = 0;
+    std::map<unsigned int, std::string> names;
+    std::string directory; // in configfs; empty until built
+    std::string device; // the platform device, "gpio-sim.N"
+    std::string chipName;
+    unsigned int base = 0;
+    std::set<unsigned int> exported;
+};
+
+} // namespace Zel::Test
