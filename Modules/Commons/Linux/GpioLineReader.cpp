@@ -1,29 +1,31 @@
 #include "Modules/Commons/Linux/GpioLineReader.hpp"
 
 #include "Modules/Commons/Linux/ErrorString.hpp"
-#include "Modules/Commons/Linux/ScopedDescriptor.hpp"
 
 #include <Zel/System/Commons/Logging/LogAdapter.hpp>
 
+#include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
+#include <fcntl.h>
 #include <linux/gpio.h>
+#include <poll.h>
 #include <sys/ioctl.h>
-#include <thread>
+#include <unistd.h>
 
 namespace Zel::Hardware::Modules::Commons::Linux {
 
 using Zel::System::Commons::Logging::Debug;
 using Zel::System::Commons::Logging::Error;
+using Clock = std::chrono::steady_clock;
 
 namespace {
 
-// Another reader of ours holds the line for two ioctls and a close; 20 ms
-// covers it being preempted in between on a loaded board, so a busy line
-// costs a caller at most that.
-constexpr auto BusyWait = std::chrono::milliseconds(20);
-constexpr auto RetryPause = std::chrono::microseconds(200);
+// Another reader of ours holds the line for two ioctls and a close. Being
+// preempted in between can keep it for a scheduler tick or a few, 10 ms each
+// on a 100 Hz board kernel; 100 ms covers that under load, and is what a
+// busy line costs a caller at most.
+constexpr auto BusyWait = std::chrono::milliseconds(100);
 
 constexpr const char* ReadFailed = "Could not read line {1} of GPIO chip '{0}': {2}";
 constexpr const char* Busy = "Line {1} of GPIO chip '{0}' is busy: held by '{2}'";
@@ -55,7 +57,9 @@ GpioLineReader::GpioLineReader(std::pair<GpioChip, unsigned int> found, const Ba
 
 bool GpioLineReader::Read(bool& value) const
 {
-    const auto deadline = std::chrono::steady_clock::now() + BusyWait;
+    const auto deadline = Clock::now() + BusyWait;
+    // Once the line was found busy: a descriptor with a watch on the line.
+    std::optional<ScopedDescriptor> watcher;
     for (;;) {
         // Input as it is: no bias flag, which would change what the line reads.
         gpio_v2_line_request request{};
@@ -80,13 +84,46 @@ bool GpioLineReader::Read(bool& value) const
             log(Error, ReadFailed, chip.Path(), offset, ErrorString().GetString(error));
             return false;
         }
-        // Free again by now, or held by another of our readers: ask again.
+        // Held by another reader of ours (or free again by now): ask again
+        // when the kernel reports it released. A reader that only slept
+        // would wake at any moment of the other's reads, likely while it
+        // holds the line again. Every lasting holder has a label (the kernel
+        // gives its own users "?" at least); a used line without one shows up
+        // only while readers of ours take turns, and is waited for as theirs.
         const std::optional<std::string> holder = chip.Holder(offset);
-        if ((holder && *holder != Consumer) || std::chrono::steady_clock::now() >= deadline) {
+        if ((holder && !holder->empty() && *holder != Consumer) || Clock::now() >= deadline) {
             log(Error, Busy, chip.Path(), offset, holder.value_or(std::string()));
             return false;
         }
-        std::this_thread::sleep_for(RetryPause);
+        WaitForRelease(watcher, deadline);
+    }
+}
+
+bool GpioLineReader::Watch(std::optional<ScopedDescriptor>& watcher) const
+{
+    if (!watcher) {
+        watcher.emplace(::open(chip.Path().c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+        gpio_v2_line_info info{};
+        info.offset = offset;
+        if (watcher->Get() >= 0 && ioctl(watcher->Get(), GPIO_V2_GET_LINEINFO_WATCH_IOCTL, &info) != 0) {
+            watcher.emplace(-1);
+        }
+    }
+    return watcher->Get() >= 0;
+}
+
+void GpioLineReader::WaitForRelease(std::optional<ScopedDescriptor>& watcher, Clock::time_point deadline) const
+{
+    // Changes from the watch on queue up on it, so a release between the
+    // look at the line and the poll still ends the wait.
+    if (!Watch(watcher) || !chip.Holder(offset)) {
+        return;
+    }
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+    pollfd event{watcher->Get(), POLLIN, 0};
+    if (poll(&event, 1, static_cast<int>(std::max<std::chrono::milliseconds::rep>(left.count(), 0))) > 0) {
+        gpio_v2_line_info_changed changes[8];
+        [[maybe_unused]] const ssize_t ignored = ::read(watcher->Get(), changes, sizeof(changes));
     }
 }
 

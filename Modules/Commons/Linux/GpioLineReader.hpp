@@ -1,10 +1,13 @@
 #pragma once
 
 #include "Modules/Commons/Linux/GpioChip.hpp"
+#include "Modules/Commons/Linux/ScopedDescriptor.hpp"
 
 #include <Zel/System/Commons/BasicString.hpp>
 #include <Zel/System/Commons/Logging/Loggable.hpp>
 
+#include <chrono>
+#include <optional>
 #include <utility>
 
 namespace Zel::Hardware::Modules::Commons::Linux {
@@ -15,9 +18,9 @@ namespace Zel::Hardware::Modules::Commons::Linux {
 // The kernel grants a line to one requester at a time, and the controller and
 // nimhost read the same link lines from two processes. So the line is not
 // held: every Read requests it, reads it and releases it again (the chip's
-// node stays open for the object's life). A line that another reader of ours
-// holds for its own read is asked again for up to 20 ms; a line that anyone
-// else holds is busy and not read.
+// node stays open for the object's life). A reader that finds the line held
+// by another reader of ours asks again when the kernel reports it released,
+// for up to 100 ms; a line that anyone else holds is busy and not read.
 //
 // Construction finds chip and line (see GpioChip) and throws
 // InvalidOperationException when either is not there. Read is const, never
@@ -42,6 +45,12 @@ public:
 
 private:
     explicit GpioLineReader(std::pair<GpioChip, unsigned int> found, const BasicString& line);
+    // Opens `watcher` with a watch on the line unless it is open; false when
+    // the line cannot be watched.
+    bool Watch(std::optional<ScopedDescriptor>& watcher) const;
+    // Returns when the line is released or changes otherwise, or at the
+    // deadline; at once when it is free or cannot be watched.
+    void WaitForRelease(std::optional<ScopedDescriptor>& watcher, std::chrono::steady_clock::time_point deadline) const;
 
     GpioChip chip;
     unsigned int offset;
