@@ -76,6 +76,7 @@ void CharacterDeviceBare(benchmark::State& state)
         request.offsets[0] = offset;
         request.num_lines = 1;
         request.config.flags = GPIO_V2_LINE_FLAG_INPUT;
+        std::strcpy(request.consumer, GpioLineReader::Consumer);
         if (ioctl(chip, GPIO_V2_GET_LINE_IOCTL, &request) == 0) {
             gpio_v2_line_values values;
             std::memset(&values, 0, sizeof values);
@@ -90,7 +91,8 @@ void CharacterDeviceBare(benchmark::State& state)
 void ValueFileLibrary(benchmark::State& state)
 {
     const GpioAccess gpio;
-    const std::string path = Environment("ZEL_BENCH_GPIO_VALUE");
+    // The port keeps its path as the framework's string: no copy per read.
+    const Zel::System::Commons::BasicString path(Environment("ZEL_BENCH_GPIO_VALUE"));
     int fd = -1;
     try {
         fd = gpio.Open(path, O_RDONLY);
