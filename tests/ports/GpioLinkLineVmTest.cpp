@@ -15,6 +15,8 @@
 #include <gtest/gtest.h>
 
 #include <sched.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -87,10 +89,12 @@ TEST_F(GpioLinkLine, EveryFormOfTheLineReadsItActiveHigh)
 
 TEST_F(GpioLinkLine, SetUpFailsNamingChipAndLine)
 {
+    ASSERT_EQ(::mknod("/dev/gpiochip99", S_IFCHR | 0600, makedev(1, 250)), 0);
     for (const auto& row : Cases("gpio-lines.cases").at(1).Lines("rows")) {
         const auto fields = Words(row);
         ExpectThrow<InvalidOperationException>([&] { Make(fields.at(0), fields.at(1)); }, Fill(fields.at(2)));
     }
+    ::unlink("/dev/gpiochip99");
 }
 
 // A line another user holds (here sysfs GPIO, for a value file) and a line
