@@ -473,7 +473,9 @@ protected:
     {
         NimhostWatch::SetUp();
         // The sandbox's own /sys comes without configfs.
-        ASSERT_EQ(Zel::Test::Run("test -d /sys/kernel/config/gpio-sim || mount -t configfs configfs /sys/kernel/config"), 0);
+        ASSERT_EQ(Zel::Test::Run(
+                      "test -d /sys/kernel/config/gpio-sim || mount -t configfs configfs /sys/kernel/config"),
+                  0);
         sim.emplace(GpioSimChip().Lines(8).Name(3, "ETH1_LINK").Name(5, "ETH2_LINK").Build());
         setenv("LD_PRELOAD", ZEL_SPI_PRELOAD, 1);
         setenv("ZEL_SPI_KSZ8863", spi.c_str(), 1);

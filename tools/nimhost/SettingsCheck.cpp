@@ -109,8 +109,8 @@ private:
 
     void CheckPath(const toml::table& module, const std::string& moduleKey, const toml::source_region& line,
                    const std::string& key, bool directory, std::set<std::string>& used);
-    void CheckLinkLine(const toml::table& module, const std::string& moduleKey, unsigned int device,
-                       unsigned int port, std::set<std::string>& used);
+    void CheckLinkLine(const toml::table& module, const std::string& moduleKey, unsigned int device, unsigned int port,
+                       std::set<std::string>& used);
 
     const std::string& path;
     const std::vector<std::string>& machine;
@@ -173,9 +173,9 @@ void Checker::CheckLinkLine(const toml::table& module, const std::string& module
         }
     }
     // Held for good by someone else, the port reads unknown; the plug-in's
-    // own readers hold it only for a moment.
+    // own readers hold it only for a moment (and unlabelled only in passing).
     const auto holder = chip->Holder(offset);
-    if (holder && *holder != Zel::Hardware::Modules::Commons::Linux::GpioLineReader::Consumer) {
+    if (holder && !holder->empty() && *holder != Zel::Hardware::Modules::Commons::Linux::GpioLineReader::Consumer) {
         Warn(lineNode.source(), moduleKey + "." + Quoted(lineKey),
              fmt::format("line {} of GPIO chip '{}' is held by '{}': the port reads link unknown (255) while it is",
                          offset, chip->Path(), *holder));

@@ -163,7 +163,8 @@ GpioChip GpioChip::WithLineNamed(const BasicString& name, unsigned int& offset)
 
 unsigned int GpioChip::FindLine(const BasicString& line) const
 {
-    const bool digits = !line.empty() && std::all_of(line.begin(), line.end(), [](char c) { return c >= '0' && c <= '9'; });
+    const bool digits =
+        !line.empty() && std::all_of(line.begin(), line.end(), [](char c) { return c >= '0' && c <= '9'; });
     if (digits) {
         unsigned int offset = 0;
         const auto [end, error] = std::from_chars(line.data(), line.data() + line.size(), offset);

@@ -10,7 +10,8 @@ namespace {
 
 const bool built = [] {
     if (const char* path = std::getenv("ZEL_SPI_KSZ8863")) {
-        static const auto device = Zel::Test::SpiEmulator::Ksz8863().Register(0x1F, 0x06).Register(0x2F, 0x00).Build(path);
+        static const auto device =
+            Zel::Test::SpiEmulator::Ksz8863().Register(0x1F, 0x06).Register(0x2F, 0x00).Build(path);
     }
     return true;
 }();
