@@ -135,6 +135,7 @@ std::optional<int> ParseCommandLine(int argc, char** argv, CommandLine& line)
         }
     }
     line.configGiven = app.count("--config") > 0;
+    line.logLevelGiven = app.count("--log-level") > 0;
     return std::nullopt;
 }
 
