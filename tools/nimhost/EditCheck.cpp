@@ -4,7 +4,6 @@
 #include "LineDiff.hpp"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <set>
@@ -55,6 +54,16 @@ constexpr std::string_view firstColumn = "move that comment's '#' to the first c
 constexpr std::string_view byHand = "edit the file by hand";
 
 using Kind = DiffLine::Kind;
+
+// "5", "5 and 7", "3, 5 and 7".
+std::string Listed(const std::vector<std::size_t>& numbers)
+{
+    std::string text;
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+        text += (i == 0 ? "" : i + 1 == numbers.size() ? " and " : ", ") + std::to_string(numbers[i]);
+    }
+    return text;
+}
 
 class Checker {
 public:
@@ -219,8 +228,8 @@ private:
         if (untouched.empty()) {
             untouched.assign(all.begin() + 1, all.end());
         }
-        Refuse(fmt::format(leavesDuplicates, request.interfaceName, lines.size(), request.key, fmt::join(all, ", "),
-                           fmt::join(untouched, ", ")));
+        Refuse(fmt::format(leavesDuplicates, request.interfaceName, lines.size(), request.key, Listed(all),
+                           Listed(untouched)));
     }
 
     InterfacesText old;
