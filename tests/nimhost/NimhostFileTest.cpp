@@ -82,6 +82,9 @@ TEST_P(NimhostEditGuard, SaysWhereValuesComeFromAndWritesOnlyTheInterfacesOwnLin
         for (const auto& line : c.Lines("lines")) {
             EXPECT_NE(("\n" + result.out).find("\n" + line + "\n"), std::string::npos) << line << "\n" << result.out;
         }
+        for (const auto& text : c.Lines("not")) {
+            EXPECT_EQ(result.out.find(text), std::string::npos) << text << "\n" << result.out;
+        }
     } else {
         EXPECT_EQ(result.out, c.Has("stdout") ? c["stdout"] : "");
     }
