@@ -19,6 +19,10 @@ constexpr std::string_view methodKey = "inet";
 constexpr std::string_view landsElsewhere = "the change would land in {2} (line {1}), not in {0}'s stanza: the "
                                             "controller's IP configuration writes into the first stanza whose iface "
                                             "line holds '{0}'; {3}";
+// {2} the other interface.
+constexpr std::string_view setsOtherMethod = "the change would also set the method of {2}'s iface line (line {1}): "
+                                             "the controller's IP configuration writes the method into every iface "
+                                             "line that holds '{0}'; edit {0}'s iface line by hand";
 constexpr std::string_view touchesOtherLine = "the change would alter line {1} ('{2}'), which is not part of {0}'s "
                                               "stanza; {3}";
 constexpr std::string_view addsAfterOtherLine = "the change would add a line after line {1} ('{2}'), which is not "
@@ -111,6 +115,10 @@ private:
         const std::string& name = request.interfaceName;
         const Stanza* target = old.StanzaAt(line);
         std::string fix;
+        if (target != nullptr && target->IsIface() && target != own && request.key == methodKey &&
+            line == target->line) {
+            return Refuse(fmt::format(setsOtherMethod, name, line + 1, target->Name()));
+        }
         if (target != nullptr && target->IsIface() && target != own) {
             const std::string where = target->Name() == name ? fmt::format("{}'s {} stanza", name, target->Family())
                                                              : fmt::format("{}'s stanza", target->Name());
@@ -178,7 +186,7 @@ private:
         if (own == nullptr || nowOwn == nullptr) {
             Refuse(own == nullptr ? fmt::format(noStanza, name)
                                   : fmt::format(rewritesHeader, name, own->line + 1, Text(old, own->line),
-                                                Trimmed(now.Lines()[own->line < now.Lines().size() ? own->line : 0])));
+                                                own->line < now.Lines().size() ? Text(now, own->line) : std::string()));
             return;
         }
         std::vector<std::string> oldWords = own->words;

@@ -227,11 +227,11 @@ constexpr std::string_view untried = "nimhost could not try the change on a copy
 constexpr std::string_view changedMeanwhile = "nimhost: warning: {} changed while nimhost wrote it (another writer?); "
                                               "check it with `nimhost report`\n";
 
-Plan MakePlan(const IpSetRequest& request, const std::string& interfaceName, const ConfigDiagnosis& diagnosis,
-              const std::function<int()>& setter, const Presentation& how)
+Plan MakePlan(const IpSetRequest& request, const std::string& interfaceName, const std::optional<std::string>& text,
+              const ConfigDiagnosis& diagnosis, const std::function<int()>& setter, const Presentation& how)
 {
     Plan plan;
-    plan.before = ReadInterfacesFile();
+    plan.before = text;
     // The controller reads only the main file: a write cannot land where the
     // stanza is, and a second stanza is never the answer.
     if (diagnosis.sourced && !diagnosis.sourced->alsoInMain && !request.force) {
@@ -270,9 +270,9 @@ int RunIpSet(const PluginHost& host, const IpSetRequest& request, const Presenta
     const std::string interfaceName = host.Get<IEthernetInfoModule>().GetInterfaceName(request.device);
     const std::string& field = request.field;
     const Configured before = ReadConfigured(config, request.device, field);
+    const auto text = ReadInterfacesFile();
     const ConfigDiagnosis diagnosis =
-        Diagnose(ReadInterfacesFile(), interfaceName,
-                 before.value ? std::vector<std::string>{field} : std::vector<std::string>{});
+        Diagnose(text, interfaceName, before.value ? std::vector<std::string>{field} : std::vector<std::string>{});
     bool control = false;
     const std::string beforeText = before.unreadable ? std::string("unreadable")
         : before.value                               ? Printable(*before.value, control)
@@ -284,7 +284,7 @@ int RunIpSet(const PluginHost& host, const IpSetRequest& request, const Presenta
         return static_cast<int>(field == "mode" ? config.SetIpAssignMode(request.device, ParseMethodWord(request.value))
                                                 : SetValue(config, request.device, field, BasicString(request.value)));
     };
-    const Plan plan = MakePlan(request, interfaceName, diagnosis, setter, how);
+    const Plan plan = MakePlan(request, interfaceName, text, diagnosis, setter, how);
     if (!plan.verdict.methodChange.empty()) {
         change += fmt::format(" (mode: {})", plan.verdict.methodChange);
     }
