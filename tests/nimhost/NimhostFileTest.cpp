@@ -233,7 +233,7 @@ TEST_F(NimhostIfquery, IfupdownAppliesWhatNimhostReadsAndWrites)
     std::mt19937 random(20261121);
     const auto pick = [&](std::size_t n) { return std::uniform_int_distribution<std::size_t>(0, n - 1)(random); };
     // Through qemu every nimhost run takes a good part of a second.
-    const int files = NIMHOST_EMULATED ? 6 : 60;
+    const int files = NIMHOST_EMULATED ? 12 : 60;
     const std::vector<std::string> fields{"address", "netmask", "gateway", "dns", "mode"};
     const std::map<std::string, std::string> jsonField{{"address", "address"},
                                                        {"netmask", "netmask"},
