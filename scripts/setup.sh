@@ -22,6 +22,10 @@ for p in "${packages[@]}"; do
   fi
 done
 
+# Tools the tests run without installing them (it refreshes the package
+# lists itself when it must).
+"$(dirname "${BASH_SOURCE[0]}")/fetch-ifupdown.sh"
+
 if [ "${#missing[@]}" -eq 0 ]; then
   exit 0
 fi
