@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Builds the two Debian packages, libzel.hardware.nim1 (the plug-in and the
+# framework libraries) and nimhost (the tool, its service, udev rule, examples
+# and alerting rules), with debhelper from a CMake preset's build tree, which it
+# configures and builds as far as needed:
+#
+#   scripts/build-packages.sh          # this machine's architecture, preset release
+#   scripts/build-packages.sh armhf    # cross-built, preset armhf
+#
+# ZEL_PRESET names another preset (the build tree build/$ZEL_PRESET). Prints
+# the paths of the two packages (build/<preset>/packages/*.deb).
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+arch=${1:-$(dpkg --print-architecture)}
+scripts/setup.sh
+version=$(dpkg-parsechangelog -S Version)
+# debhelper stages the packages in debian/: a clean start each time, so that
+# nothing of another architecture's build gets in.
+dpkg-architecture -a"$arch" -f -c debian/rules clean
+dpkg-architecture -a"$arch" -f -c debian/rules binary
+preset=${ZEL_PRESET:-$([ "$arch" = "$(dpkg --print-architecture)" ] && echo release || echo "$arch")}
+dpkg-architecture -a"$arch" -f -c debian/rules clean >/dev/null
+for package in libzel.hardware.nim1 nimhost; do
+  ls "$PWD/build/$preset/packages/${package}_${version}_${arch}.deb"
+done
