@@ -14,6 +14,13 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 arch=${1:-$(dpkg --print-architecture)}
 scripts/setup.sh
+# The tests run in their own CI stages, not in the package build; a cross
+# build names its compiler, as dpkg-architecture expects.
+export DEB_BUILD_OPTIONS="nocheck ${DEB_BUILD_OPTIONS:-}"
+if [ "$arch" != "$(dpkg --print-architecture)" ]; then
+  CC=$(dpkg-architecture -a"$arch" -qDEB_HOST_GNU_TYPE 2>/dev/null)-gcc
+  export CC
+fi
 version=$(dpkg-parsechangelog -S Version)
 # debhelper stages the packages in debian/: a clean start each time, so that
 # nothing of another architecture's build gets in.

@@ -59,7 +59,7 @@ bool Open(const char* path, int flags, int* result)
     Registry& registry = TheRegistry();
     std::lock_guard<std::mutex> guard(registry.lock);
     const auto node = path == nullptr ? registry.nodes.end() : registry.nodes.find(std::string_view(path));
-    if (node == registry.nodes.end()) {
+    if (node == registry.nodes.end() || node->second->inFile) {
         return false;
     }
     // A real descriptor without a path: the kernel hands out a unique number
@@ -71,6 +71,17 @@ bool Open(const char* path, int flags, int* result)
         registry.descriptors[*result] = node->second;
     }
     return true;
+}
+
+void Opened(const char* path, int fd)
+{
+    Registry& registry = TheRegistry();
+    std::lock_guard<std::mutex> guard(registry.lock);
+    const auto node = path == nullptr || fd < 0 ? registry.nodes.end() : registry.nodes.find(std::string_view(path));
+    if (node != registry.nodes.end()) {
+        ++node->second->openCount;
+        registry.descriptors[fd] = node->second;
+    }
 }
 
 bool Ioctl(int fd, unsigned long request, void* argument, int* result)
@@ -146,6 +157,13 @@ SpiEmulator& SpiEmulator::Register(unsigned int address, std::uint8_t value)
 {
     state.registers.at(address) = value;
     return *this;
+}
+
+SpiDevice SpiEmulator::BuildOnFile(const std::string& path) const
+{
+    SpiEmulator inFile = *this;
+    inFile.state.inFile = true;
+    return inFile.Build(path);
 }
 
 SpiDevice SpiEmulator::Build(const std::string& path) const

@@ -32,7 +32,11 @@ int OpenWith(OpenFunction next, const char* path, int flags, va_list args)
 {
     const unsigned int mode = va_arg(args, unsigned int);
     int result = -1;
-    return Zel::Test::SpiHooks::Open(path, flags, &result) ? result : next(path, flags, mode);
+    if (!Zel::Test::SpiHooks::Open(path, flags, &result)) {
+        result = next(path, flags, mode);
+        Zel::Test::SpiHooks::Opened(path, result);
+    }
+    return result;
 }
 
 int IoctlWith(IoctlFunction next, int fd, unsigned long request, va_list args)
@@ -62,7 +66,11 @@ int IoctlWith(IoctlFunction next, int fd, unsigned long request, va_list args)
     {                                                                                                                  \
         static const auto next = Next<Open2Function>(#name);                                                           \
         int result = -1;                                                                                               \
-        return Zel::Test::SpiHooks::Open(path, flags, &result) ? result : next(path, flags);                           \
+        if (!Zel::Test::SpiHooks::Open(path, flags, &result)) {                                                        \
+            result = next(path, flags);                                                                                \
+            Zel::Test::SpiHooks::Opened(path, result);                                                                 \
+        }                                                                                                              \
+        return result;                                                                                                 \
     }
 
 extern "C" {
