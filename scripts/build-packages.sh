@@ -8,7 +8,8 @@
 #   scripts/build-packages.sh armhf    # cross-built, preset armhf
 #
 # ZEL_PRESET names another preset (the build tree build/$ZEL_PRESET). Prints
-# the paths of the two packages (build/<preset>/packages/*.deb).
+# the paths of the two packages (build/<preset>/packages/*.deb), which, as
+# with debuild, lintian must pass without errors or warnings.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -28,6 +29,9 @@ dpkg-architecture -a"$arch" -f -c debian/rules clean
 dpkg-architecture -a"$arch" -f -c debian/rules binary
 preset=${ZEL_PRESET:-$([ "$arch" = "$(dpkg --print-architecture)" ] && echo release || echo "$arch")}
 dpkg-architecture -a"$arch" -f -c debian/rules clean >/dev/null
+debs=()
 for package in libzel.hardware.nim1 nimhost; do
-  ls "$PWD/build/$preset/packages/${package}_${version}_${arch}.deb"
+  debs+=("$PWD/build/$preset/packages/${package}_${version}_${arch}.deb")
 done
+lintian --fail-on error,warning --display-level '>=warning' "${debs[@]}"
+ls "${debs[@]}"

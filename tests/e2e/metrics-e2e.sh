@@ -2,9 +2,8 @@
 # metrics-e2e.sh NIMHOST
 #
 # A port's link, toggled with `ip link set`, seen in Prometheus's query API:
-# nimhost watch (the machine's own interfaces, no settings file), with the
-# metrics service's credentials, keeps a file in node_exporter's textfile
-# directory current, which a Prometheus server scrapes every second.
+# nimhost watch (the machine's own interfaces, no settings file) keeps a file
+# in node_exporter's textfile directory current, which a Prometheus server scrapes every second.
 # nim_port_link_up must go 1 -> 0 -> 1, and the fleet's alerting rules
 # (tools/prometheus, their "for:" times cut to a second) fire NimPortLinkDown
 # while the link is down. Runs itself in the network sandbox (exit 77 when none
@@ -20,7 +19,6 @@ if [ "${ZEL_SANDBOX:-}" != "1" ]; then
 fi
 
 work=$(mktemp -d)
-chmod 755 "$work"
 # The servers and the watch are this script's background jobs.
 trap 'kill $(jobs -p) 2>/dev/null || true; wait; rm -rf "$work"' EXIT
 
@@ -45,14 +43,10 @@ ip link set eth0p up
 ip link set eth0 up
 wait_for 10 "eth0's carrier" grep -qx up /sys/class/net/eth0/operstate
 
-# Any unprivileged ids; the unit's User=, Group=, CapabilityBoundingSet= and
-# NoNewPrivileges=, and its own directory.
-service=(setpriv --reuid=64123 --regid=64123 --clear-groups --bounding-set=-all --inh-caps=-all --no-new-privs)
 mkdir "$work/textfile"
-chown 64123:64123 "$work/textfile"
 prometheus-node-exporter --web.listen-address=127.0.0.1:9100 --collector.disable-defaults \
   --collector.textfile --collector.textfile.directory="$work/textfile" >"$work/node-exporter.log" 2>&1 &
-"${service[@]}" "$nimhost" --log-level 3 watch --metrics-file "$work/textfile/nim.prom" >"$work/watch.log" 2>&1 &
+"$nimhost" --log-level 3 watch --metrics-file "$work/textfile/nim.prom" >"$work/watch.log" 2>&1 &
 
 sed -E 's/^( *for:) .*/\1 1s/' "$root/tools/prometheus/nimhost-alerts.yml" >"$work/alerts.yml"
 echo '{global: {scrape_interval: 1s, evaluation_interval: 1s}, rule_files: [alerts.yml],

@@ -2,8 +2,8 @@
 // (nimhost-metrics.service: its own user and group, no other group, no
 // capabilities, no new privileges) and as root, in the network sandbox: every
 // port mode gives the same metrics. The board's device nodes are placeholders
-// owned by root with the service's group, as the package's udev rule leaves
-// them; the preloaded SPI emulator answers the switch on the descriptor the
+// owned by root, with the service's group where the package's udev rule gives
+// it; the preloaded SPI emulator answers the switch on the descriptor the
 // kernel gave for the placeholder, so the permission check is the kernel's.
 #include "../nimhost/NimhostProcess.hpp"
 #include "CaseFile.hpp"
@@ -13,25 +13,21 @@
 
 #include <filesystem>
 #include <regex>
-#include <sstream>
-#include <sys/stat.h>
 
 namespace Zel::Test {
 namespace {
 
 using namespace std::chrono_literals;
 
-// Any unprivileged ids: the kernel checks numbers, no account is needed.
-constexpr unsigned int serviceId = 64123;
-// The unit's User=, Group=, CapabilityBoundingSet= and NoNewPrivileges=.
-const std::string asService = fmt::format(
-    "setpriv --reuid={0} --regid={0} --clear-groups --bounding-set=-all --inh-caps=-all --no-new-privs ", serviceId);
+// The unit's User=, Group=, CapabilityBoundingSet= and NoNewPrivileges=, with
+// ids no account has (the kernel checks numbers; the cases' nodes have it).
+const std::string asService =
+    "setpriv --reuid=64123 --regid=64123 --clear-groups --bounding-set=-all --inh-caps=-all --no-new-privs ";
 
-struct Watched {
-    std::string metrics; // empty when the watch wrote none
-    std::string err;
-    int exitCode;
-};
+std::string TextOf(const std::string& path)
+{
+    return std::filesystem::exists(path) ? ReadFile(path) : std::string();
+}
 
 // The two timings differ from run to run.
 std::string WithoutTimes(const std::string& metrics)
@@ -49,62 +45,36 @@ protected:
             ASSERT_FALSE(InCi()) << "setpriv cannot take the service's credentials here";
             GTEST_SKIP() << "setpriv cannot take the service's credentials (not root outside a user namespace)";
         }
-        NetSandbox().Veth("eth0", "eth0p").Ip("addr add 192.168.1.10/24 dev eth0").Up();
-        ASSERT_TRUE(WaitUntil([] { return ReadFile("/sys/class/net/eth0/operstate") == "up\n"; }, 10s));
-        WriteFile("/etc/network/interfaces", "auto eth0\niface eth0 inet static\n    address 192.168.1.10/24\n");
+        ASSERT_TRUE(WaitUntil([] { return TextOf("/sys/class/net/eth0/operstate") == "up\n"; }, 10s));
         std::filesystem::permissions(board.Path(""), std::filesystem::perms(0755));
-        std::string preload;
-        for (const auto& line : GetParam().Lines("nodes")) {
-            std::istringstream words(line);
-            std::string name, mode, text, chip;
-            words >> name >> mode >> text;
-            const std::string path = board.Write(name, text == "spi" ? "" : text + "\n");
-            ASSERT_EQ(Zel::Test::Run(fmt::format("chown 0:{} {} && chmod {} {}", serviceId, path, mode, path)), 0);
-            if (text == "spi") {
-                words >> chip;
-                preload += " " + chip + ":" + path;
-                for (std::string assignment; words >> assignment;) {
-                    preload += ":" + assignment;
-                }
-            }
-        }
-        environment = fmt::format("env LD_PRELOAD='{}' ZEL_SPI_NODES='{}' "
-                                  "ASAN_OPTIONS=\"$ASAN_OPTIONS:verify_asan_link_order=0\" ",
-                                  ZEL_SPI_PRELOAD, preload);
+        ASSERT_EQ(Zel::Test::Run(Nodes(GetParam().Has("setup") ? GetParam()["setup"] : "")), 0);
         settings = board.Write("board.toml", Nodes(GetParam()["settings"]));
     }
 
-    void TearDown() override
+    std::string Nodes(const std::string& text) const
     {
-        if (InSandbox()) {
-            Zel::Test::Run("ip link del eth0 2>/dev/null");
-        }
+        return std::regex_replace(text, std::regex("@NODES@/"), board.Path(""));
     }
 
-    std::string Nodes(const std::string& text) const { return std::regex_replace(text, std::regex("@NODES@/"), board.Path("")); }
-
-    // The watch until it wrote its metrics file or ended, then stopped with
-    // SIGTERM as systemd stops the service; `directory` is its own, as the
-    // unit's StateDirectory= is.
-    Watched Watch(const std::string& credentials, const std::string& directory) const
+    // The watch until it wrote `state`'s nim.prom or ended, then stopped with
+    // SIGTERM as systemd stops it: the metrics (none: empty), standard error
+    // and exit status (-1: it did not end).
+    std::tuple<std::string, std::string, int> Watch(const std::string& credentials, const ScratchDirectory& state) const
     {
-        const std::string file = directory + "/nim.prom";
-        const ScratchDirectory run("service-user");
-        Zel::Test::Run("(" + environment + credentials +
-                       NimhostCommand({"--config", settings, "watch", "--interval", "50", "--metrics-file", file}) +
-                       " >/dev/null 2>" + run.Path("err") + " & echo $! >" + run.Path("pid") + "; wait $!; echo $? >" +
-                       run.Path("rc") + ") >/dev/null 2>&1 &");
-        const auto text = [](const std::string& path) {
-            return std::filesystem::exists(path) ? ReadFile(path) : std::string();
-        };
-        WaitUntil([&] { return !text(file).empty() || !text(run.Path("rc")).empty(); }, 20s);
-        Zel::Test::Run("kill -TERM $(cat " + run.Path("pid") + ") 2>/dev/null");
-        const bool ended = WaitUntil([&] { return text(run.Path("rc")).find('\n') != std::string::npos; }, 20s);
-        return {text(file), text(run.Path("err")), ended ? std::stoi(text(run.Path("rc"))) : -1};
+        const std::string watch = fmt::format(
+            "env LD_PRELOAD={} ZEL_SPI_NODES='{}' ASAN_OPTIONS=\"$ASAN_OPTIONS:verify_asan_link_order=0\" {}{}",
+            ZEL_SPI_PRELOAD, Nodes(GetParam().Has("spi") ? GetParam().Line("spi") : ""), credentials,
+            NimhostCommand({"--config", settings, "watch", "--metrics-file", state.Path("nim.prom")}));
+        const std::string run = board.Path(credentials.empty() ? "root-" : "service-");
+        Zel::Test::Run(fmt::format("({} >/dev/null 2>{}err & echo $! >{}pid; wait $!; echo $? >{}rc) >/dev/null &", watch,
+                                   run, run, run));
+        WaitUntil([&] { return !TextOf(state.Path("nim.prom")).empty() || !TextOf(run + "rc").empty(); }, 20s);
+        Zel::Test::Run("kill -TERM $(cat " + run + "pid) 2>/dev/null");
+        const bool ended = WaitUntil([&] { return TextOf(run + "rc").find('\n') != std::string::npos; }, 20s);
+        return {TextOf(state.Path("nim.prom")), TextOf(run + "err"), ended ? std::stoi(TextOf(run + "rc")) : -1};
     }
 
     ScratchDirectory board{"service-board"};
-    std::string environment;
     std::string settings;
 };
 
@@ -112,26 +82,24 @@ TEST_P(ServiceUser, WatchWritesTheMetricsOfRootOrIsRefusedANodeNotTheServiceGrou
 {
     const ScratchDirectory rootState("service-root");
     const ScratchDirectory serviceState("service-state");
-    ASSERT_EQ(Zel::Test::Run(fmt::format("chown {0}:{0} {1} && chmod 755 {1}", serviceId, serviceState.Path(""))), 0);
+    ASSERT_EQ(Zel::Test::Run("chown 64123:64123 " + serviceState.Path("") + " && chmod 755 " + serviceState.Path("")), 0);
 
-    const Watched root = Watch("", rootState.Path(""));
-    const Watched service = Watch(asService, serviceState.Path(""));
-    EXPECT_EQ(root.exitCode, 0) << root.err;
+    const auto [rootMetrics, rootErr, rootExit] = Watch("", rootState);
+    const auto [metrics, err, exit] = Watch(asService, serviceState);
+    EXPECT_EQ(rootExit, 0) << rootErr;
     for (const auto& line : GetParam().Lines("expect")) {
-        EXPECT_NE(root.metrics.find(line + "\n"), std::string::npos) << line << " not in\n" << root.metrics;
+        EXPECT_NE(rootMetrics.find(line + "\n"), std::string::npos) << line << " not in\n" << rootMetrics;
     }
     if (GetParam().Has("refused")) {
-        EXPECT_NE(service.exitCode, 0);
-        EXPECT_NE(service.err.find(Nodes(GetParam().Line("refused"))), std::string::npos) << service.err;
-        EXPECT_EQ(service.metrics, "");
-        return;
+        EXPECT_NE(exit, 0);
+        EXPECT_NE(err.find(Nodes(GetParam().Line("refused"))), std::string::npos) << err;
+        EXPECT_EQ(metrics, "");
+    } else {
+        EXPECT_EQ(exit, 0) << err;
+        EXPECT_EQ(WithoutTimes(metrics), WithoutTimes(rootMetrics));
+        // node_exporter reads it as its own user.
+        EXPECT_EQ(Zel::Test::Run("test \"$(stat -c %u:%a " + serviceState.Path("nim.prom") + ")\" = 64123:644"), 0);
     }
-    EXPECT_EQ(service.exitCode, 0) << service.err;
-    EXPECT_EQ(WithoutTimes(service.metrics), WithoutTimes(root.metrics));
-    struct stat written {};
-    ASSERT_EQ(::stat(serviceState.Path("nim.prom").c_str(), &written), 0);
-    EXPECT_EQ(written.st_uid, serviceId);
-    EXPECT_EQ(written.st_mode & 07777, 0644U) << "node_exporter's user reads it";
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, ServiceUser, testing::ValuesIn(Cases("service-user.cases")),

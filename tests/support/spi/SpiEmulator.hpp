@@ -39,8 +39,8 @@ struct SpiDeviceState {
     int openCount = 0; // successful opens of the node so far
     int lastOpenFlags = -1;
     int foreignRequests = 0; // ioctls other than SPI_IOC_MESSAGE(1), answered with ENOTTY
-    // The node is a file that exists: open goes to the kernel, which checks
-    // its owner and mode, and the descriptor it gives is the node's.
+    // The node is a file that exists: the kernel opens it, checking its owner
+    // and mode, and the descriptor it gives is the node's.
     bool inFile = false;
 };
 

@@ -32,11 +32,7 @@ int OpenWith(OpenFunction next, const char* path, int flags, va_list args)
 {
     const unsigned int mode = va_arg(args, unsigned int);
     int result = -1;
-    if (!Zel::Test::SpiHooks::Open(path, flags, &result)) {
-        result = next(path, flags, mode);
-        Zel::Test::SpiHooks::Opened(path, result);
-    }
-    return result;
+    return Zel::Test::SpiHooks::Open(path, flags, &result) ? result : next(path, flags, mode);
 }
 
 int IoctlWith(IoctlFunction next, int fd, unsigned long request, va_list args)
@@ -66,11 +62,7 @@ int IoctlWith(IoctlFunction next, int fd, unsigned long request, va_list args)
     {                                                                                                                  \
         static const auto next = Next<Open2Function>(#name);                                                           \
         int result = -1;                                                                                               \
-        if (!Zel::Test::SpiHooks::Open(path, flags, &result)) {                                                        \
-            result = next(path, flags);                                                                                \
-            Zel::Test::SpiHooks::Opened(path, result);                                                                 \
-        }                                                                                                              \
-        return result;                                                                                                 \
+        return Zel::Test::SpiHooks::Open(path, flags, &result) ? result : next(path, flags);                           \
     }
 
 extern "C" {

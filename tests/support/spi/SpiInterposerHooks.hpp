@@ -8,8 +8,6 @@ namespace Zel::Test::SpiHooks {
 // open of an emulated node: true when `path` is one; then *result is a new
 // descriptor or -1 with errno set.
 bool Open(const char* path, int flags, int* result);
-// After an open the C library did: a node kept in a file takes the descriptor.
-void Opened(const char* path, int fd);
 // ioctl on a descriptor of an emulated node: true when `fd` is one.
 bool Ioctl(int fd, unsigned long request, void* argument, int* result);
 // Forgets `fd` if it belongs to an emulated node; the caller closes it.

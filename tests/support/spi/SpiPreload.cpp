@@ -24,7 +24,8 @@ __attribute__((constructor)) void EmulateNamedNodes()
 {
     // Reachable till the end, so a leak checker does not count them.
     static std::vector<std::unique_ptr<SpiDevice>> devices;
-    std::istringstream nodes(std::getenv("ZEL_SPI_NODES") != nullptr ? std::getenv("ZEL_SPI_NODES") : "");
+    const char* named = std::getenv("ZEL_SPI_NODES");
+    std::istringstream nodes(named != nullptr ? named : "");
     for (std::string node; nodes >> node;) {
         std::istringstream fields(node);
         std::string chip, path, assignment;
