@@ -14,11 +14,15 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 arch=${1:-$(dpkg --print-architecture)}
+native=$(dpkg --print-architecture)
+# The same choice debian/rules makes, said once here for both.
+ZEL_PRESET=${ZEL_PRESET:-$([ "$arch" = "$native" ] && echo release || echo "$arch")}
+export ZEL_PRESET
 scripts/setup.sh
 # The tests run in their own CI stages, not in the package build; a cross
 # build names its compiler, as dpkg-architecture expects.
 export DEB_BUILD_OPTIONS="nocheck ${DEB_BUILD_OPTIONS:-}"
-if [ "$arch" != "$(dpkg --print-architecture)" ]; then
+if [ "$arch" != "$native" ]; then
   CC=$(dpkg-architecture -a"$arch" -qDEB_HOST_GNU_TYPE 2>/dev/null)-gcc
   export CC
 fi
@@ -27,11 +31,10 @@ version=$(dpkg-parsechangelog -S Version)
 # nothing of another architecture's build gets in.
 dpkg-architecture -a"$arch" -f -c debian/rules clean
 dpkg-architecture -a"$arch" -f -c debian/rules binary
-preset=${ZEL_PRESET:-$([ "$arch" = "$(dpkg --print-architecture)" ] && echo release || echo "$arch")}
 dpkg-architecture -a"$arch" -f -c debian/rules clean >/dev/null
 debs=()
 for package in libzel.hardware.nim1 nimhost; do
-  debs+=("$PWD/build/$preset/packages/${package}_${version}_${arch}.deb")
+  debs+=("$PWD/build/$ZEL_PRESET/packages/${package}_${version}_${arch}.deb")
 done
 lintian --fail-on error,warning --display-level '>=warning' "${debs[@]}"
 ls "${debs[@]}"
