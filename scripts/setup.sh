@@ -13,6 +13,9 @@ packages=(
   iproute2 util-linux procps ethtool e2fsprogs
   prometheus prometheus-node-exporter curl
   dpkg-dev file binutils
+  # The Debian packages and their checks: debhelper, lintian, a clean Debian
+  # 12 (debootstrap) booted with systemd-nspawn, systemd-analyze for the unit.
+  debhelper lintian debootstrap systemd systemd-container
 )
 
 missing=()
@@ -34,5 +37,7 @@ SUDO=""
 if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
 export DEBIAN_FRONTEND=noninteractive
 echo "setup: installing ${missing[*]}" >&2
-$SUDO apt-get update -qq
-$SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+# Other installers may hold dpkg's lock for a while; a mirror caught
+# mid-sync passes after a while.
+$SUDO apt-get -o DPkg::Lock::Timeout=600 update -qq || { sleep 15; $SUDO apt-get -o DPkg::Lock::Timeout=600 update -qq; }
+$SUDO apt-get -o DPkg::Lock::Timeout=600 install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

@@ -14,9 +14,9 @@
 
 namespace Zel::Tools::Nimhost {
 
-// The plug-in beside the installed executable (bin/../lib/<arch>), else the
-// one this build tree made, else the installed place (the loader's message
-// then names it).
+// The plug-in in its private directory relative to the installed executable
+// (bin/../lib/<multiarch>/zel-nim-linux), else the one this build tree made,
+// else the installed place (the loader's message then names it).
 std::string DefaultPluginPath()
 {
     namespace fs = std::filesystem;
