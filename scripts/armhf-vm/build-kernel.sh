@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# build-kernel OUT WORK: builds the guest kernel (zImage) into OUT, using the
+# build-kernel.sh OUT WORK: builds the guest kernel (zImage) into OUT, using the
 # directory WORK for the source and the objects. Called by `prepare`, which
 # caches OUT; the kernel source is Debian's linux-source-6.1.
 #
