@@ -6,7 +6,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace Zel::Test {
@@ -41,13 +40,6 @@ std::string ReadAttribute(const std::string& path)
     return text;
 }
 
-void MakeDirectory(const std::string& path)
-{
-    if (::mkdir(path.c_str(), 0755) != 0) {
-        Refused("cannot create", path, errno);
-    }
-}
-
 } // namespace
 
 GpioSimChip::GpioSimChip(unsigned int lineCount, const std::map<unsigned int, std::string>& names)
@@ -60,12 +52,12 @@ GpioSimChip::GpioSimChip(unsigned int lineCount, const std::map<unsigned int, st
     }
     static unsigned int serial = 0;
     const std::string path = ConfigRoot + "/zel-" + std::to_string(::getpid()) + "-" + std::to_string(serial++);
-    MakeDirectory(path);
+    std::filesystem::create_directory(path);
     directory = path;
-    MakeDirectory(directory + "/bank0");
+    std::filesystem::create_directory(directory + "/bank0");
     WriteAttribute(directory + "/bank0/num_lines", std::to_string(lineCount));
     for (const auto& [offset, name] : names) {
-        MakeDirectory(directory + "/bank0/line" + std::to_string(offset));
+        std::filesystem::create_directory(directory + "/bank0/line" + std::to_string(offset));
         WriteAttribute(directory + "/bank0/line" + std::to_string(offset) + "/name", name);
     }
     SetLive(true);
@@ -116,6 +108,11 @@ void GpioSimChip::Unexport(unsigned int offset)
 void GpioSimChip::SetPull(unsigned int offset, Pull pull)
 {
     WriteAttribute(Line(offset) + "/pull", pull == Pull::Up ? "pull-up" : "pull-down");
+}
+
+int GpioSimChip::Value(unsigned int offset) const
+{
+    return std::stoi(ReadAttribute(Line(offset) + "/value"));
 }
 
 std::string GpioSimChip::Line(unsigned int offset) const

@@ -8,8 +8,9 @@
 //   chip.SetPull(0, GpioSimChip::Pull::Up);     // the input line now reads 1
 //
 // What Build() returns owns the chip: destroying it removes the chip and
-// with it the lines' exports. Every step throws std::runtime_error naming the file and
-// the kernel's error when the kernel refuses it; on a kernel without gpio-sim,
+// with it the lines' exports. Every step the kernel refuses throws
+// std::runtime_error (std::filesystem::filesystem_error for a directory)
+// naming the file and the kernel's error; on a kernel without gpio-sim,
 // Build() says so. One test thread owns a chip.
 #pragma once
 
@@ -54,6 +55,8 @@ public:
     // on it fail their reads with ENODEV, as for a line whose chip is gone.
     void Unexport(unsigned int offset);
     void SetPull(unsigned int offset, Pull pull);
+    // The line's level as the chip sees it: an output's driven value.
+    int Value(unsigned int offset) const;
     // Offline, the chip and all its lines are gone from the system.
     void SetLive(bool live);
 
