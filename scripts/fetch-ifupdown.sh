@@ -4,11 +4,18 @@
 # The package is extracted from its .deb, never installed: the machine's
 # networking stays as it is. Idempotent; called by scripts/setup.sh.
 #
-# Environment: ZEL_IFUPDOWN_DIR (default <repository>/build/tools/ifupdown).
+#   scripts/fetch-ifupdown.sh [ARCH]   ARCH's package (default this machine's)
+#                                      into build/tools/ifupdown-ARCH
+#
+# Environment: ZEL_IFUPDOWN_DIR (default <repository>/build/tools/ifupdown,
+# with -ARCH for another architecture: the armhf VM's tests run that one).
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-dest=${ZEL_IFUPDOWN_DIR:-$root/build/tools/ifupdown}
+arch=${1:-$(dpkg --print-architecture)}
+suffix=""
+[ "$arch" = "$(dpkg --print-architecture)" ] || suffix="-$arch"
+dest=${ZEL_IFUPDOWN_DIR:-$root/build/tools/ifupdown$suffix}
 [ -x "$dest/sbin/ifquery" ] && exit 0
 
 work=$(mktemp -d)
@@ -24,12 +31,12 @@ apt_get() { apt-get -o DPkg::Lock::Timeout=600 "$@"; }
 # Without package lists (a fresh machine) or on a mirror's hiccup: refresh
 # the lists and try again, a few times.
 for attempt in 1 2 3 4; do
-  if (cd "$work/download" && apt_get download -qq ifupdown) 2>"$work/apt.log"; then
+  if (cd "$work/download" && apt_get download -qq "ifupdown:$arch") 2>"$work/apt.log"; then
     break
   fi
   if [ "$attempt" -eq 4 ]; then
     cat "$work/apt.log" >&2
-    echo "fetch-ifupdown: 'apt-get download ifupdown' failed" >&2
+    echo "fetch-ifupdown: 'apt-get download ifupdown:$arch' failed" >&2
     exit 1
   fi
   $SUDO apt-get -o DPkg::Lock::Timeout=600 update -qq || sleep $((attempt * 5))

@@ -62,8 +62,9 @@ for p in "${packages[@]}"; do
 done
 
 # Tools the tests run without installing them (it refreshes the package
-# lists itself when it must).
+# lists itself when it must): ifquery for this machine and for the armhf VM.
 "$(dirname "${BASH_SOURCE[0]}")/fetch-ifupdown.sh"
+"$(dirname "${BASH_SOURCE[0]}")/fetch-ifupdown.sh" armhf
 
 if [ "${#missing[@]}" -eq 0 ]; then
   exit 0
