@@ -226,6 +226,16 @@ const std::map<std::string, std::string> placements = {
     {"temporary_file_is_a_directory", "ln -s data/interfaces interfaces && mkdir data/interfaces.tmp"},
     {"temporary_file_on_a_full_disk", "ln -s data/interfaces interfaces && ln -s /dev/full data/interfaces.tmp"},
     {"lock_held_by_another_writer", "ln -s data/interfaces interfaces"},
+    // data/ moves onto a 64 KiB file system, which is then filled; the file is
+    // padded with a comment to one byte short of its last page's end, so that
+    // one byte more fits and two need another page.
+    {"bind_mounted_file_on_a_full_file_system",
+     "cp -p data/interfaces . && mount -t tmpfs -o size=64k small data && mv interfaces data/ && touch interfaces && "
+     "mount --bind data/interfaces interfaces && s=$(stat -c %s interfaces) && "
+     "printf \"#%$(((8189 - s % 4096) % 4096))s\\n\" '' >>interfaces && ! cat /dev/zero >data/filler 2>/dev/null"},
+    {"bind_mounted_file_rewritten_shorter",
+     "sed -i '0,/netmask 255.255.0.0/s//& # the office mask, set by hand/' data/interfaces && touch interfaces && "
+     "mount --bind data/interfaces interfaces"},
 };
 
 class IpConfigPlacement : public IpConfigWriters, public ::testing::WithParamInterface<Case> {};
@@ -235,14 +245,16 @@ TEST_P(IpConfigPlacement, WriteReachesTheRealFileOrFailsAndSaysWhy)
     const Case& c = GetParam();
     const int result = std::stoi(c["result"]);
     const std::string realFile = "/etc/network/data/interfaces";
-    const std::string board = BoardFile();
-    std::string changed = board;
-    changed.replace(changed.find("netmask 255.255.0.0"), 19, "netmask 255.255.255.0");
     ASSERT_TRUE(fs::create_directory("/etc/network/data"));
-    WriteFile(realFile, board);
+    WriteFile(realFile, BoardFile());
     ASSERT_EQ(0, ::chmod(realFile.c_str(), 0640));
     ASSERT_EQ(0, ::chown(realFile.c_str(), 4321, 4322));
     ASSERT_EQ(0, Zel::Test::Run("cd /etc/network && " + placements.at(c.name))) << placements.at(c.name);
+    // eth0's netmask line, as the set-up left it, is the one replaced.
+    const std::string board = ReadFile(realFile);
+    std::string changed = board;
+    const std::size_t netmask = changed.find("netmask ");
+    changed.replace(netmask, changed.find('\n', netmask) - netmask, "netmask 255.255.255.0");
     const bool link = fs::is_symlink(interfacesFile);
     const int holder = ::open("/etc/network/data", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     ASSERT_TRUE(!c.Has("lock held") || ::flock(holder, LOCK_EX) == 0);
