@@ -4,6 +4,7 @@
 // own).
 #include "CaseFile.hpp"
 #include "MemoryLogSink.hpp"
+#include "PowerCutDisk.hpp"
 #include "Sandbox.hpp"
 #include "StandInEthernetInfo.hpp"
 
@@ -29,6 +30,8 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/file.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -286,16 +289,16 @@ INSTANTIATE_TEST_SUITE_P(Files, IpConfigPlacement, ::testing::ValuesIn(Cases("pl
                          [](const ::testing::TestParamInfo<Case>& info) { return info.param.name; });
 
 #ifdef ZEL_NIMHOST
-// Power cuts, made the way file-system testers make them (powercut in
-// tests/support): the interfaces file lies on ext4 behind dm-flakey, reached
-// by a link (renamed over) or a bind mount (rewritten in place), and the
-// power goes at a random point of three writers' work: nimhost's ip set
-// (eth0's address), the module's setter (eth1's gateway) and nimhost's
-// metrics. After each cut and the remount, which replays the journal as a
-// boot does, the file is whole, holds every change a writer had confirmed,
-// keeps its mode and owner and has nothing beside it but interfaces.tmp; a
-// confirmed metrics file is there, whole. A rewrite in place is not atomic:
-// those rows cut only once the writers are done.
+// Power cuts, made the way file-system testers make them (PowerCutDisk): the
+// interfaces file lies on ext4 behind dm-flakey, reached by a link (renamed
+// over) or a bind mount (rewritten in place), and the power goes at a random
+// point of three writers' work: nimhost's ip set (eth0's address), the
+// module's setter (eth1's gateway) and nimhost's metrics. After each cut and
+// the remount, which replays the journal as a boot does, the file is whole,
+// holds every change a writer had confirmed, keeps its mode and owner and has
+// nothing beside it but interfaces.tmp; a confirmed metrics file is there,
+// whole. A rewrite in place is not atomic: those rows cut only once the
+// writers are done.
 std::string Value(int network, int index)
 {
     return fmt::format("10.{}.{}.{}", network, index / 250, index % 250 + 1);
@@ -333,6 +336,7 @@ pid_t StartWriter(int acks, char name, int count, const std::function<bool(int)>
         }
         _exit(0);
     }
+    ::setpgid(writer, writer); // also here, so that no kill can come before it
     return writer;
 }
 
@@ -343,13 +347,8 @@ TEST_P(IpConfigPowerCut, AfterEachCutTheFileIsWholeWithEveryConfirmedChange)
     const Case& c = GetParam();
     const ScratchDirectory scratch("powercut");
     const std::string disk = scratch.Path("disk"), file = disk + "/network/interfaces",
-                      metrics = disk + "/textfile/nim.prom", power = ZEL_POWERCUT " ",
-                      nimhost = ZEL_NIMHOST " --config ";
-    ASSERT_EQ(0, Zel::Test::Run(power + "make " + disk + " " + c["mount options"])) << "no disk whose power to cut";
-    const struct Removal {
-        std::string command;
-        ~Removal() { Zel::Test::Run(command); }
-    } removal{power + "remove " + disk};
+                      metrics = disk + "/textfile/nim.prom", nimhost = ZEL_NIMHOST " --config " ZEL_BOARD;
+    const PowerCutDisk power(disk, c.Lines("mount options").empty() ? "" : c.Lines("mount options")[0]);
     fs::create_directories(disk + "/network");
     fs::create_directories(disk + "/textfile");
     const auto startFile = [&] {
@@ -358,28 +357,46 @@ TEST_P(IpConfigPowerCut, AfterEachCutTheFileIsWholeWithEveryConfirmedChange)
         ASSERT_EQ(0, ::chown(file.c_str(), 4321, 4322));
     };
     startFile();
+    // Renamed over through a link or rewritten in place through a bind mount,
+    // each made for one round: the disk's file system cannot go while a bind
+    // mount holds it.
+    const bool inPlace = c.Has("in place");
+    const auto reach = [&] {
+        return inPlace ? ::mount(file.c_str(), interfacesFile.c_str(), nullptr, MS_BIND, nullptr)
+                       : ::symlink(file.c_str(), interfacesFile.c_str());
+    };
+    const auto leave = [&] {
+        return inPlace ? ::umount2(interfacesFile.c_str(), 0) : ::unlink(interfacesFile.c_str());
+    };
+    if (inPlace) {
+        WriteFile(interfacesFile, "");
+    }
     StandInEthernetInfo ethernet{{"eth0", "eth1"}, StandInEthernetInfo::BadNumber::Throws};
     Zel::Hardware::Commons::Modules::HardwareModuleProvider provider;
     provider.AddHardwareModule(ethernet);
     Zel::Hardware::Modules::Nim::Linux::IpConfigModule ipConfig;
     ipConfig.SetupSettings({}, provider);
 
+    ASSERT_EQ(0, ::prctl(PR_SET_CHILD_SUBREAPER, 1));
     const unsigned seed = std::random_device{}();
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(seed);
     const int cuts = std::stoi(c["cuts"]);
     int address = 4, gateway = 0, torn = 0, lost = 0;
     for (int cut = 1; cut <= cuts; ++cut) {
-        ASSERT_EQ(0,
-                  Zel::Test::Run("rm -f " + metrics + " && sync && " + fmt::format(fmt::runtime(c["set-up"]), disk)));
-        std::uniform_int_distribution<int> writes(1, 3);
-        const int planned[] = {writes(random), writes(random), writes(random)};
+        fs::remove(metrics);
+        ::sync();
+        ASSERT_EQ(0, reach());
+        // nimhost, a program of its own, starts in half a second; the module's
+        // setter writes many times more often in that time.
+        std::uniform_int_distribution<int> once(0, 1), often(0, 4);
+        const int planned[] = {once(random), often(random), once(random)};
         int acks[2];
         ASSERT_EQ(0, ::pipe(acks));
         const pid_t writers[] = {
             StartWriter(acks[1], 'a', planned[0],
                         [&](int i) {
-                            return Zel::Test::Run(nimhost + ZEL_BOARD " ip set 1 address " + Value(0, address + i) +
+                            return Zel::Test::Run(nimhost + " ip set 1 address " + Value(0, address + i) +
                                                   " >/dev/null") == 0;
                         }),
             StartWriter(acks[1], 'g', planned[1],
@@ -387,7 +404,7 @@ TEST_P(IpConfigPowerCut, AfterEachCutTheFileIsWholeWithEveryConfirmedChange)
                             return ipConfig.SetDefaultGateway(2, Value(1, gateway + i)) == AccessErrorCode::Success;
                         }),
             StartWriter(acks[1], 'm', planned[2],
-                        [&](int) { return Zel::Test::Run(nimhost + ZEL_BOARD " metrics --output " + metrics) == 0; }),
+                        [&](int) { return Zel::Test::Run(nimhost + " metrics --output " + metrics) == 0; }),
         };
         ::close(acks[1]);
         // The power goes after a random number of confirmed writes and a
@@ -396,22 +413,24 @@ TEST_P(IpConfigPowerCut, AfterEachCutTheFileIsWholeWithEveryConfirmedChange)
         const int all = planned[0] + planned[1] + planned[2];
         std::map<char, int> confirmed;
         char writer = 0;
-        for (int n = c.Has("after the last write") ? all : std::uniform_int_distribution<int>(0, all)(random);
+        for (int n = inPlace ? all : std::uniform_int_distribution<int>(0, all)(random);
              n > 0 && ::read(acks[0], &writer, 1) == 1; --n) {
             ++confirmed[writer];
         }
         std::this_thread::sleep_for(std::chrono::microseconds(std::uniform_int_distribution<int>(0, 5000)(random)));
-        ASSERT_EQ(0, Zel::Test::Run(power + "cut " + disk)) << "cut " << cut;
+        power.Cut();
+        // Every process of a writer's group reaped (the programs it started
+        // become this one's children when it dies) has let go of the disk.
         for (const pid_t pid : writers) {
-            int status = 0;
             ::kill(-pid, SIGKILL);
-            ASSERT_EQ(pid, ::waitpid(pid, &status, 0));
-            EXPECT_TRUE(status == 0 || (WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL))
-                << "cut " << cut << ": a writer failed before the power went";
+            for (int status = 0, reaped = 0; (reaped = ::waitpid(-pid, &status, 0)) > 0;) {
+                EXPECT_TRUE(reaped != pid || status == 0 || (WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL))
+                    << "cut " << cut << ": a writer failed before the power went";
+            }
         }
         ::close(acks[0]);
-        CleanNetworkDirectory();
-        ASSERT_EQ(0, Zel::Test::Run(power + "remount " + disk)) << "cut " << cut;
+        ASSERT_EQ(0, leave());
+        power.Remount();
 
         const std::string content = ReadFile(file), entries = Entries(disk + "/network");
         const int newAddress = IndexOf(content, "eth0", "address"), newGateway = IndexOf(content, "eth1", "gateway");
