@@ -7,7 +7,8 @@
 #                       [LABELS <label>...] [TIMEOUT <seconds>]
 #                       [WORKING_DIRECTORY <dir>])
 #
-# The test runs `nsrun [--scenario F]... -- [emulator] <exe> ARGS...`, is
+# The test runs `nsrun [--scenario F]... -- [emulator] <exe> ARGS...` (in the
+# armhf VM: `run -- nsrun ... -- <exe> ARGS...`), is
 # labelled "kernel" (ctest -L kernel / -LE kernel), and counts as skipped when
 # nsrun exits 77 (no sandbox possible on this machine and CI is not "true").
 # Each test gets its own namespaces, so kernel tests may run in parallel.
@@ -43,10 +44,17 @@ function(zel_add_kernel_test)
   endforeach()
 
   # add_test only prepends the emulator when the first word is a target;
-  # here the first word is nsrun, so add it ourselves.
+  # here the first word is nsrun, so add it ourselves: inside the sandbox for
+  # qemu-arm, which runs one program; outside for the armhf VM, which boots a
+  # whole machine in which nsrun makes the sandbox.
   set(emulator "")
+  set(machine "")
   if(CMAKE_CROSSCOMPILING AND CMAKE_CROSSCOMPILING_EMULATOR)
-    set(emulator ${CMAKE_CROSSCOMPILING_EMULATOR})
+    if(ZEL_ARMHF_VM)
+      set(machine ${CMAKE_CROSSCOMPILING_EMULATOR})
+    else()
+      set(emulator ${CMAKE_CROSSCOMPILING_EMULATOR})
+    endif()
   endif()
 
   set(workdir "${CMAKE_CURRENT_BINARY_DIR}")
@@ -55,7 +63,7 @@ function(zel_add_kernel_test)
   endif()
 
   add_test(NAME ${ARG_NAME}
-           COMMAND "${ZEL_NSRUN}" ${scenario_args} -- ${emulator} "$<TARGET_FILE:${ARG_TARGET}>" ${ARG_ARGS}
+           COMMAND ${machine} "${ZEL_NSRUN}" ${scenario_args} -- ${emulator} "$<TARGET_FILE:${ARG_TARGET}>" ${ARG_ARGS}
            WORKING_DIRECTORY "${workdir}")
   set(labels kernel ${ARG_LABELS})
   set_tests_properties(${ARG_NAME} PROPERTIES

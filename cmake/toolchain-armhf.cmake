@@ -1,5 +1,6 @@
 # Cross build for 32-bit ARM (armhf) with Debian's arm-linux-gnueabihf gcc;
-# tests run under qemu-arm. No armhf multiarch packages are used.
+# tests run under qemu-arm, or with ZEL_ARMHF_VM in the armhf virtual machine.
+# No armhf multiarch packages are used.
 #
 #   cmake -S . -B build-armhf -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-armhf.cmake
 #
@@ -9,7 +10,9 @@
 #       header-only libraries in /usr/include (fmt, toml++, CLI, nlohmann), to
 #       be used as an include dir so the cross compiler never sees the host's
 #       /usr/include (glibc and kernel headers there are x86-64 ones).
-#   CMAKE_CROSSCOMPILING_EMULATOR      qemu-arm with the sysroot's loader and libs.
+#   CMAKE_CROSSCOMPILING_EMULATOR      qemu-arm with the sysroot's loader and libs,
+#       or the armhf VM's runner.
+#   ZEL_ARMHF_VM_RUN                   the runner, with ZEL_ARMHF_VM.
 
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)
@@ -35,14 +38,24 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
-# qemu-arm with the sysroot's own loader (-L) and libraries. Never mix this
-# loader with another armhf libc: that crashes in pthread_create.
-find_program(ZEL_QEMU_ARM qemu-arm)
-if(ZEL_QEMU_ARM)
-  set(CMAKE_CROSSCOMPILING_EMULATOR
-      ${ZEL_QEMU_ARM} -L ${ZEL_ARMHF_SYSROOT} -E LD_LIBRARY_PATH=${ZEL_ARMHF_SYSROOT}/lib)
+# With ZEL_ARMHF_VM (preset armhf-vm), every test runs in a virtual machine on
+# a 32-bit ARM kernel (scripts/armhf-vm/run), with a time limit half a minute
+# short of ctest's ten minutes, so that the runner reports a hung guest with
+# what its kernel said. Otherwise qemu-arm runs them with the sysroot's own loader
+# (-L) and libraries; never mix this loader with another armhf libc: that
+# crashes in pthread_create.
+if(ZEL_ARMHF_VM)
+  set(ZEL_ARMHF_VM_RUN "${CMAKE_CURRENT_LIST_DIR}/../scripts/armhf-vm/run")
+  cmake_path(NORMAL_PATH ZEL_ARMHF_VM_RUN)
+  set(CMAKE_CROSSCOMPILING_EMULATOR ${ZEL_ARMHF_VM_RUN} --timeout 570 --)
 else()
-  message(WARNING "qemu-arm not found (Debian package qemu-user): armhf tests cannot run")
+  find_program(ZEL_QEMU_ARM qemu-arm)
+  if(ZEL_QEMU_ARM)
+    set(CMAKE_CROSSCOMPILING_EMULATOR
+        ${ZEL_QEMU_ARM} -L ${ZEL_ARMHF_SYSROOT} -E LD_LIBRARY_PATH=${ZEL_ARMHF_SYSROOT}/lib)
+  else()
+    message(WARNING "qemu-arm not found (Debian package qemu-user): armhf tests cannot run")
+  endif()
 endif()
 
 # Header-only libraries from the host's /usr/include, seen through a

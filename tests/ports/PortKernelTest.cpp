@@ -1,7 +1,7 @@
 // The sysfs and I210 port strategies against the kernel's own interfaces in
 // the network sandbox: tap interfaces for speed and duplex (their driver keeps
-// whatever `ethtool -s` sets), a veth pair for the link. qemu-user has no SIOCETHTOOL: the armhf run leaves the
-// I210Ethtool test out.
+// whatever `ethtool -s` sets), a veth pair for the link. qemu-user has no SIOCETHTOOL: the qemu-arm run leaves the
+// I210Ethtool test out; the armhf VM runs it.
 #include "Modules/Nim/Linux/Internal/EthPortInfoI210Drv.hpp"
 #include "Modules/Nim/Linux/Internal/EthPortInfoSysFile.hpp"
 
