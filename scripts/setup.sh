@@ -17,6 +17,9 @@ packages=(
   iproute2 util-linux procps ethtool e2fsprogs
   prometheus prometheus-node-exporter curl
   dpkg-dev file binutils
+  # The Debian packages and their checks: debhelper, lintian, a clean Debian
+  # 12 (debootstrap) booted with systemd-nspawn, systemd-analyze for the unit.
+  debhelper lintian debootstrap systemd systemd-container
   # The armhf VM: qemu, the kernel source and what building it takes, and
   # the tools that assemble the initramfs.
   qemu-system-arm linux-source-6.1 bc flex bison libssl-dev libelf-dev kmod cpio xz-utils
@@ -57,6 +60,11 @@ for p in "${packages[@]}"; do
     missing+=("$p")
   fi
 done
+
+# Tools the tests run without installing them (it refreshes the package
+# lists itself when it must): ifquery for this machine and for the armhf VM.
+"$(dirname "${BASH_SOURCE[0]}")/fetch-ifupdown.sh"
+"$(dirname "${BASH_SOURCE[0]}")/fetch-ifupdown.sh" armhf
 
 if [ "${#missing[@]}" -eq 0 ]; then
   exit 0

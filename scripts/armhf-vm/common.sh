@@ -33,7 +33,7 @@ vm_kernel_key() {
   local source compiler
   source=$(vm_package_version linux-source-6.1) || exit
   compiler=$(vm_package_version "gcc-$vm_triple") || exit
-  { vm_code "$vm_dir/kernel.config" "$vm_dir/build-kernel"; echo "$source $compiler"; } | sha256sum | cut -c1-16
+  { vm_code "$vm_dir/kernel.config" "$vm_dir/build-kernel.sh"; echo "$source $compiler"; } | sha256sum | cut -c1-16
 }
 
 # The initramfs: its package list, how it is assembled, the guest's init, and
@@ -42,7 +42,7 @@ vm_initramfs_key() {
   local libc libstdcxx
   libc=$(vm_package_version libc6-armhf-cross) || exit
   libstdcxx=$(vm_package_version libstdc++6-armhf-cross) || exit
-  { cat "$vm_dir/packages"; vm_code "$vm_dir/build-initramfs" "$vm_dir/guest-init"; echo "$libc $libstdcxx"; } \
+  { cat "$vm_dir/packages"; vm_code "$vm_dir/build-initramfs.sh" "$vm_dir/guest-init.sh"; echo "$libc $libstdcxx"; } \
     | sha256sum | cut -c1-16
 }
 

@@ -2,10 +2,12 @@
 # metrics-e2e.sh NIMHOST
 #
 # A port's link, toggled with `ip link set`, seen in Prometheus's query API:
-# nimhost watch (the machine's own interfaces, no settings file) keeps a file in
-# node_exporter's textfile directory current, which a Prometheus server scrapes
-# every second. nim_port_link_up must go 1 -> 0 -> 1. Runs itself in the
-# network sandbox (exit 77 when none is possible, a failure under CI=true).
+# nimhost watch (the machine's own interfaces, no settings file) keeps a file
+# in node_exporter's textfile directory current, which a Prometheus server scrapes every second.
+# nim_port_link_up must go 1 -> 0 -> 1, and the fleet's alerting rules
+# (tools/prometheus, their "for:" times cut to a second) fire NimPortLinkDown
+# while the link is down. Runs itself in the network sandbox (exit 77 when none
+# is possible, a failure under CI=true).
 set -euo pipefail
 
 nimhost=$(realpath "$1")
@@ -46,14 +48,18 @@ prometheus-node-exporter --web.listen-address=127.0.0.1:9100 --collector.disable
   --collector.textfile --collector.textfile.directory="$work/textfile" >"$work/node-exporter.log" 2>&1 &
 "$nimhost" --log-level 3 watch --metrics-file "$work/textfile/nim.prom" >"$work/watch.log" 2>&1 &
 
-echo '{global: {scrape_interval: 1s}, scrape_configs: [{job_name: board, static_configs: [{targets: ["127.0.0.1:9100"]}]}]}' \
-  >"$work/prometheus.yml"
+sed -E 's/^( *for:) .*/\1 1s/' "$root/tools/prometheus/nimhost-alerts.yml" >"$work/alerts.yml"
+echo '{global: {scrape_interval: 1s, evaluation_interval: 1s}, rule_files: [alerts.yml],
+  scrape_configs: [{job_name: board, static_configs: [{targets: ["127.0.0.1:9100"]}]}]}' >"$work/prometheus.yml"
 prometheus --config.file="$work/prometheus.yml" --storage.tsdb.path="$work/tsdb" \
   --web.listen-address=127.0.0.1:9090 >"$work/prometheus.log" 2>&1 &
 
-# value_is METRIC VALUE: Prometheus answers VALUE now for METRIC of eth0's port.
+# value_is QUERY VALUE: Prometheus answers VALUE now; a metric name alone
+# stands for eth0's port.
 value_is() {
-  [ "$(curl -fsS --get --data-urlencode "query=$1{interface=\"eth0\",port=\"1\"}" \
+  local query=$1
+  [[ $query == *[{\(]* ]] || query="$1{interface=\"eth0\",port=\"1\"}"
+  [ "$(curl -fsS --get --data-urlencode "query=$query" \
     http://127.0.0.1:9090/api/v1/query 2>/dev/null | sed -n 's/.*"value":\[[^,]*,"\([^"]*\)"\].*/\1/p')" = "$2" ]
 }
 
@@ -61,10 +67,15 @@ wait_for 120 "Prometheus to see the link up" value_is nim_port_link_up 1
 # node_exporter runs as its own user on the board, not as the watch's.
 mode=$(stat -c %a "$work/textfile/nim.prom")
 [ "$mode" = 644 ] || fail "nim.prom has mode $mode: node_exporter's user cannot read it"
+# The stale-file alert's selector finds the file node_exporter serves.
+value_is 'count(node_textfile_mtime_seconds{file=~"(.*/)?nim\\.prom"})' 1 \
+  || fail "node_textfile_mtime_seconds has no series NimMetricsStale selects"
 ip link set eth0 down
 wait_for 60 "Prometheus to see the link down" value_is nim_port_link_up 0
+wait_for 60 "NimPortLinkDown to fire" value_is 'ALERTS{alertname="NimPortLinkDown",alertstate="firing",interface="eth0"}' 1
 ip link set eth0 up
 wait_for 60 "Prometheus to see the link up again" value_is nim_port_link_up 1
+wait_for 60 "NimPortLinkDown to end" value_is 'absent(ALERTS{alertname="NimPortLinkDown",interface="eth0"})' 1
 # The counter counts the change lines the watch printed for eth0 (all but its
 # first line): at least two, and one more where a read came while the kernel
 # was still bringing the port up (neither "up" nor "down": link unknown).
@@ -74,4 +85,4 @@ changes_counted() {
   [ "$printed" -ge 2 ] && value_is nim_port_link_changes_total "$printed"
 }
 wait_for 30 "the changes counted" changes_counted
-echo "metrics-e2e: nim_port_link_up went 1 -> 0 -> 1 in Prometheus, every change counted"
+echo "metrics-e2e: nim_port_link_up went 1 -> 0 -> 1 in Prometheus, every change counted, NimPortLinkDown fired and ended"

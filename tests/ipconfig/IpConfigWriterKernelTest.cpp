@@ -4,22 +4,34 @@
 // own).
 #include "CaseFile.hpp"
 #include "MemoryLogSink.hpp"
+#include "PowerCutDisk.hpp"
 #include "Sandbox.hpp"
+#include "StandInEthernetInfo.hpp"
 
 #include "Modules/Commons/Linux/IpConfigFileAccess.hpp"
+#include "Modules/Nim/Linux/IpConfigModule.hpp"
+
+#include <Zel/Hardware/Commons/Modules/HardwareModuleProvider.hpp>
+#include <Zel/Hardware/Commons/Modules/ModuleSettings.hpp>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdio>
+#include <functional>
+#include <iostream>
 #include <map>
 #include <random>
 #include <set>
+#include <thread>
 
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/file.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -27,6 +39,7 @@
 namespace {
 
 using Zel::Hardware::Modules::Commons::Linux::IpConfigFileAccess;
+using Zel::Hardware::Nim::AccessErrorCode;
 using namespace Zel::Test;
 namespace fs = std::filesystem;
 
@@ -226,6 +239,16 @@ const std::map<std::string, std::string> placements = {
     {"temporary_file_is_a_directory", "ln -s data/interfaces interfaces && mkdir data/interfaces.tmp"},
     {"temporary_file_on_a_full_disk", "ln -s data/interfaces interfaces && ln -s /dev/full data/interfaces.tmp"},
     {"lock_held_by_another_writer", "ln -s data/interfaces interfaces"},
+    // data/ moves onto a 64 KiB file system, which is then filled; the file is
+    // padded with a comment to one byte short of its last page's end, so that
+    // one byte more fits and two need another page.
+    {"bind_mounted_file_on_a_full_file_system",
+     "cp -p data/interfaces . && mount -t tmpfs -o size=64k small data && mv interfaces data/ && touch interfaces && "
+     "mount --bind data/interfaces interfaces && s=$(stat -c %s interfaces) && "
+     "printf \"#%$(((8189 - s % 4096) % 4096))s\\n\" '' >>interfaces && ! cat /dev/zero >data/filler 2>/dev/null"},
+    {"bind_mounted_file_rewritten_shorter",
+     "sed -i '0,/netmask 255.255.0.0/s//& # the office mask, set by hand/' data/interfaces && touch interfaces && "
+     "mount --bind data/interfaces interfaces"},
 };
 
 class IpConfigPlacement : public IpConfigWriters, public ::testing::WithParamInterface<Case> {};
@@ -235,14 +258,16 @@ TEST_P(IpConfigPlacement, WriteReachesTheRealFileOrFailsAndSaysWhy)
     const Case& c = GetParam();
     const int result = std::stoi(c["result"]);
     const std::string realFile = "/etc/network/data/interfaces";
-    const std::string board = BoardFile();
-    std::string changed = board;
-    changed.replace(changed.find("netmask 255.255.0.0"), 19, "netmask 255.255.255.0");
     ASSERT_TRUE(fs::create_directory("/etc/network/data"));
-    WriteFile(realFile, board);
+    WriteFile(realFile, BoardFile());
     ASSERT_EQ(0, ::chmod(realFile.c_str(), 0640));
     ASSERT_EQ(0, ::chown(realFile.c_str(), 4321, 4322));
     ASSERT_EQ(0, Zel::Test::Run("cd /etc/network && " + placements.at(c.name))) << placements.at(c.name);
+    // eth0's netmask line, as the set-up left it, is the one replaced.
+    const std::string board = ReadFile(realFile);
+    std::string changed = board;
+    const std::size_t netmask = changed.find("netmask ");
+    changed.replace(netmask, changed.find('\n', netmask) - netmask, "netmask 255.255.255.0");
     const bool link = fs::is_symlink(interfacesFile);
     const int holder = ::open("/etc/network/data", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     ASSERT_TRUE(!c.Has("lock held") || ::flock(holder, LOCK_EX) == 0);
@@ -262,5 +287,179 @@ TEST_P(IpConfigPlacement, WriteReachesTheRealFileOrFailsAndSaysWhy)
 
 INSTANTIATE_TEST_SUITE_P(Files, IpConfigPlacement, ::testing::ValuesIn(Cases("placement.cases")),
                          [](const ::testing::TestParamInfo<Case>& info) { return info.param.name; });
+
+#ifdef ZEL_NIMHOST
+// Power cuts, made the way file-system testers make them (PowerCutDisk): the
+// interfaces file lies on ext4 behind dm-flakey, reached by a link (renamed
+// over) or a bind mount (rewritten in place), and the power goes at a random
+// point of three writers' work: nimhost's ip set (eth0's address), the
+// module's setter (eth1's gateway) and nimhost's metrics. After each cut and
+// the remount, which replays the journal as a boot does, the file is whole,
+// holds every change a writer had confirmed, keeps its mode and owner and has
+// nothing beside it but interfaces.tmp; a confirmed metrics file is there,
+// whole. A rewrite in place is not atomic: those rows cut only once the
+// writers are done.
+std::string Value(int network, int index)
+{
+    return fmt::format("10.{}.{}.{}", network, index / 250, index % 250 + 1);
+}
+
+// The index of the value of `key` in the block of `interfaceName`; -1 for none.
+int IndexOf(const std::string& content, const std::string& interfaceName, const std::string& key)
+{
+    const std::size_t header = content.find("iface " + interfaceName);
+    const std::size_t at = header == std::string::npos ? header : content.find("    " + key + " 10.", header);
+    int high = 0, low = 0;
+    return at != std::string::npos && std::sscanf(content.c_str() + at, "%*s 10.%*d.%d.%d", &high, &low) == 2
+        ? high * 250 + low - 1
+        : -1;
+}
+
+std::string Board(int address, int gateway)
+{
+    std::string board = BoardFile(Value(0, address));
+    return board.replace(board.find("gateway 10.1.0.1\n"), 16, "gateway " + Value(1, gateway));
+}
+
+// Forks a writer that makes `count` writes and tells each success with the
+// byte `name` on `acks`; it leads a process group of its own, so that one
+// kill ends it with the programs it runs.
+pid_t StartWriter(int acks, char name, int count, const std::function<bool(int)>& write)
+{
+    const pid_t writer = ::fork();
+    if (writer == 0) {
+        ::setpgid(0, 0);
+        for (int i = 1; i <= count; ++i) {
+            if (!write(i) || ::write(acks, &name, 1) != 1) {
+                _exit(1);
+            }
+        }
+        _exit(0);
+    }
+    ::setpgid(writer, writer); // also here, so that no kill can come before it
+    return writer;
+}
+
+class IpConfigPowerCut : public IpConfigWriters, public ::testing::WithParamInterface<Case> {};
+
+TEST_P(IpConfigPowerCut, AfterEachCutTheFileIsWholeWithEveryConfirmedChange)
+{
+    const Case& c = GetParam();
+    const ScratchDirectory scratch("powercut");
+    const std::string disk = scratch.Path("disk"), file = disk + "/network/interfaces",
+                      metrics = disk + "/textfile/nim.prom", nimhost = ZEL_NIMHOST " --config " ZEL_BOARD;
+    const PowerCutDisk power(disk, c.Lines("mount options").empty() ? "" : c.Lines("mount options")[0]);
+    fs::create_directories(disk + "/network");
+    fs::create_directories(disk + "/textfile");
+    const auto startFile = [&] {
+        WriteFile(file, Board(4, 0));
+        ASSERT_EQ(0, ::chmod(file.c_str(), 0640));
+        ASSERT_EQ(0, ::chown(file.c_str(), 4321, 4322));
+    };
+    startFile();
+    // Renamed over through a link or rewritten in place through a bind mount,
+    // each made for one round: the disk's file system cannot go while a bind
+    // mount holds it.
+    const bool inPlace = c.Has("in place");
+    const auto reach = [&] {
+        return inPlace ? ::mount(file.c_str(), interfacesFile.c_str(), nullptr, MS_BIND, nullptr)
+                       : ::symlink(file.c_str(), interfacesFile.c_str());
+    };
+    const auto leave = [&] {
+        return inPlace ? ::umount2(interfacesFile.c_str(), 0) : ::unlink(interfacesFile.c_str());
+    };
+    if (inPlace) {
+        WriteFile(interfacesFile, "");
+    }
+    StandInEthernetInfo ethernet{{"eth0", "eth1"}, StandInEthernetInfo::BadNumber::Throws};
+    Zel::Hardware::Commons::Modules::HardwareModuleProvider provider;
+    provider.AddHardwareModule(ethernet);
+    Zel::Hardware::Modules::Nim::Linux::IpConfigModule ipConfig;
+    ipConfig.SetupSettings({}, provider);
+
+    ASSERT_EQ(0, ::prctl(PR_SET_CHILD_SUBREAPER, 1));
+    const unsigned seed = std::random_device{}();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    const int cuts = std::stoi(c["cuts"]);
+    int address = 4, gateway = 0, torn = 0, lost = 0;
+    for (int cut = 1; cut <= cuts; ++cut) {
+        fs::remove(metrics);
+        ::sync();
+        ASSERT_EQ(0, reach());
+        // nimhost, a program of its own, starts in half a second; the module's
+        // setter writes many times more often in that time.
+        std::uniform_int_distribution<int> once(0, 1), often(0, 4);
+        const int planned[] = {once(random), often(random), once(random)};
+        int acks[2];
+        ASSERT_EQ(0, ::pipe(acks));
+        const pid_t writers[] = {
+            StartWriter(acks[1], 'a', planned[0],
+                        [&](int i) {
+                            return Zel::Test::Run(nimhost + " ip set 1 address " + Value(0, address + i) +
+                                                  " >/dev/null") == 0;
+                        }),
+            StartWriter(acks[1], 'g', planned[1],
+                        [&](int i) {
+                            return ipConfig.SetDefaultGateway(2, Value(1, gateway + i)) == AccessErrorCode::Success;
+                        }),
+            StartWriter(acks[1], 'm', planned[2],
+                        [&](int) { return Zel::Test::Run(nimhost + " metrics --output " + metrics) == 0; }),
+        };
+        ::close(acks[1]);
+        // The power goes after a random number of confirmed writes and a
+        // random moment more; a write confirmed after the last count is not
+        // asked for.
+        const int all = planned[0] + planned[1] + planned[2];
+        std::map<char, int> confirmed;
+        char writer = 0;
+        for (int n = inPlace ? all : std::uniform_int_distribution<int>(0, all)(random);
+             n > 0 && ::read(acks[0], &writer, 1) == 1; --n) {
+            ++confirmed[writer];
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(std::uniform_int_distribution<int>(0, 5000)(random)));
+        power.Cut();
+        // Every process of a writer's group reaped (the programs it started
+        // become this one's children when it dies) has let go of the disk.
+        for (const pid_t pid : writers) {
+            ::kill(-pid, SIGKILL);
+            for (int status = 0, reaped = 0; (reaped = ::waitpid(-pid, &status, 0)) > 0;) {
+                EXPECT_TRUE(reaped != pid || status == 0 || (WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL))
+                    << "cut " << cut << ": a writer failed before the power went";
+            }
+        }
+        ::close(acks[0]);
+        ASSERT_EQ(0, leave());
+        power.Remount();
+
+        const std::string content = ReadFile(file), entries = Entries(disk + "/network");
+        const int newAddress = IndexOf(content, "eth0", "address"), newGateway = IndexOf(content, "eth1", "gateway");
+        // Whole metrics end with the line of the collection's duration.
+        const std::string text = fs::exists(metrics) ? ReadFile(metrics) : "";
+        const bool metricsWhole = !fs::exists(metrics) ||
+            (text.rfind("# HELP", 0) == 0 && text.back() == '\n' && ModeAndOwner(metrics).rfind("644 ", 0) == 0 &&
+             text.find("\nnim_collection_duration_seconds ") == text.rfind('\n', text.size() - 2));
+        const bool whole = content == Board(newAddress, newGateway) && ModeAndOwner(file) == "640 4321:4322" &&
+            (entries == "interfaces" || entries == "interfaces interfaces.tmp") && metricsWhole;
+        const bool kept = newAddress >= address + confirmed['a'] && newGateway >= gateway + confirmed['g'] &&
+            (confirmed['m'] == 0 || fs::exists(metrics));
+        EXPECT_TRUE(whole && kept) << "cut " << cut << (whole ? "" : ": torn") << (kept ? "" : ": lost") << ", "
+                                   << content.size() << " bytes and " << entries << " left, " << text.size()
+                                   << " bytes of metrics";
+        torn += whole ? 0 : 1;
+        lost += kept ? 0 : 1;
+        // A torn file is made whole again, so that later cuts count on their own.
+        address = whole ? newAddress : 4;
+        gateway = whole ? newGateway : 0;
+        if (!whole) {
+            startFile();
+        }
+    }
+    std::cout << fmt::format("{}: {} cuts, {} torn, {} with a confirmed write lost\n", c.name, cuts, torn, lost);
+}
+
+INSTANTIATE_TEST_SUITE_P(Disks, IpConfigPowerCut, ::testing::ValuesIn(Cases("power-cut.cases")),
+                         [](const ::testing::TestParamInfo<Case>& info) { return info.param.name; });
+#endif
 
 } // namespace

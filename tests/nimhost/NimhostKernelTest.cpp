@@ -405,6 +405,9 @@ TEST_F(NimhostReport, MetricsPassPromtoolAndLeaveUnknownValuesOut)
     settings =
         directory.Write("three.toml", BoardSettings(R"(["3", "X3", "lo", "1", "sysFile", "P\"3", "Internal"])", port));
 
+    // lo's block has an address line without the address: a query that fails.
+    WriteFile(interfacesFile, interfacesText + "\niface lo inet static\n    address\n");
+
     const auto result = Nimhost({"metrics", "--output", directory.Path("nim.prom")});
     ASSERT_EQ(result.exitCode, 0) << result.err;
     EXPECT_EQ(result.out, "");
@@ -414,7 +417,8 @@ TEST_F(NimhostReport, MetricsPassPromtoolAndLeaveUnknownValuesOut)
     EXPECT_EQ(Nimhost({"metrics"}).out.substr(0, 200), text.substr(0, 200));
     text = std::regex_replace(text, std::regex(R"(^nim_collection_duration_seconds \d.*$)", std::regex::multiline),
                               "nim_collection_duration_seconds T");
-    // eth0's block has no dns line; eth1's (dhcp) and lo's none of the values.
+    // eth0's block has no dns line, eth1's (dhcp) none of the values: not set,
+    // no failed queries.
     EXPECT_EQ(text, ReadFile(NIMHOST_GOLDEN "/metrics.prom"));
     // The other speed codes in bytes per second too.
     for (const auto& [mbits, bytes] : {std::pair{"10\n", " 1250000\n"}, std::pair{"1000\n", " 125000000\n"}}) {
@@ -478,7 +482,7 @@ protected:
                   0);
         sim.emplace(GpioSimChip().Lines(8).Name(3, "ETH1_LINK").Name(5, "ETH2_LINK").Build());
         setenv("LD_PRELOAD", ZEL_SPI_PRELOAD, 1);
-        setenv("ZEL_SPI_KSZ8863", spi.c_str(), 1);
+        setenv("ZEL_SPI_NODES", ("ksz8863:" + spi + ":1f=06:2f=00").c_str(), 1);
         sim->SetPull(3, GpioSimChip::Pull::Up);
         settings = directory.Write("gpio.toml", Fill(cases.at(0)["board.toml"]));
     }

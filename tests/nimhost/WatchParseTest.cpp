@@ -12,11 +12,13 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <sstream>
 #include <string>
 #include <system_error>
+#include <thread>
 #include <vector>
 
 namespace Zel::Tools::Nimhost {
@@ -100,6 +102,31 @@ TEST(WatchParse, AFailedReplaceOfTheMetricsFileLeavesNoTemporaryFile)
         EXPECT_EQ(std::string(e.what()), "Could not replace '" + target + "': Is a directory");
     }
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.Path("")), {}), 1);
+}
+
+// node_exporter reads the file whole whenever it is scraped: a reader doing
+// so while the file is replaced over and over finds one whole text each time.
+TEST(WatchParse, AReaderDuringRewritesOfTheMetricsFileFindsOnlyWholeTexts)
+{
+    Zel::Test::ScratchDirectory directory;
+    const std::string target = directory.Path("nim.prom");
+    const std::string texts[] = {"nim_up 1\n", std::string(100000, '#') + "\nnim_up 0\n"};
+    WriteFileAtomically(target, texts[0]);
+    std::atomic<bool> done = false;
+    std::thread writer([&] {
+        for (int i = 1; i <= 300; ++i) {
+            WriteFileAtomically(target, texts[i % 2]);
+        }
+        done = true;
+    });
+    for (int reads = 0; !done; ++reads) {
+        const std::string text = Zel::Test::ReadFile(target);
+        if (text != texts[0] && text != texts[1]) {
+            ADD_FAILURE() << "read " << reads << " found " << text.size() << " bytes";
+            break;
+        }
+    }
+    writer.join();
 }
 
 } // namespace

@@ -62,8 +62,9 @@ TEST_F(SimulatedLinkLines, TheLineIsTheLinkOfTheRegisterTable)
     EXPECT_TRUE(capture.Records().empty());
 }
 
-// A line taken back, or a chip gone with all its lines, reads ENODEV: link
-// unknown and GpioAccess's two messages per read, the speed's included.
+// The line is read again through the descriptor opened at set-up. A line
+// taken back, or a chip gone with all its lines, reads ENODEV: link unknown
+// and GpioAccess's two messages per read, the speed's included.
 TEST_F(SimulatedLinkLines, AGoneLineIsAnUnknownLink)
 {
     const auto port1 = Make8863(1);

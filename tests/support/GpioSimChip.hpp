@@ -7,14 +7,14 @@
 //   const std::string value = chip.Export(0);  // "/sys/class/gpio/gpioN/value"
 //   chip.SetPull(0, GpioSimChip::Pull::Up);     // the input line now reads 1
 //
-// The object owns the chip: destroying it unexports its lines and removes
-// the chip. Every step throws std::runtime_error naming the file and the
-// kernel's error when the kernel refuses it; on a kernel without gpio-sim,
+// What Build() returns owns the chip: destroying it removes the chip and
+// with it the lines' exports. Every step the kernel refuses throws
+// std::runtime_error (std::filesystem::filesystem_error for a directory)
+// naming the file and the kernel's error; on a kernel without gpio-sim,
 // Build() says so. One test thread owns a chip.
 #pragma once
 
 #include <map>
-#include <set>
 #include <string>
 
 namespace Zel::Test {
@@ -25,17 +25,23 @@ public:
     enum class Pull { Down, Up };
 
     GpioSimChip() = default;
-    GpioSimChip(GpioSimChip&& other) noexcept;
-    GpioSimChip& operator=(GpioSimChip&&) = delete;
     GpioSimChip(const GpioSimChip&) = delete;
     GpioSimChip& operator=(const GpioSimChip&) = delete;
     ~GpioSimChip();
 
     // Before Build(): the number of lines (one bank) and names of some.
-    GpioSimChip& Lines(unsigned int count);
-    GpioSimChip& Name(unsigned int offset, const std::string& name);
-    // Makes the chip and brings it live; what is returned owns it.
-    GpioSimChip Build();
+    GpioSimChip& Lines(unsigned int count)
+    {
+        lineCount = count;
+        return *this;
+    }
+    GpioSimChip& Name(unsigned int offset, const std::string& name)
+    {
+        names[offset] = name;
+        return *this;
+    }
+    // Makes the chip and brings it live.
+    GpioSimChip Build() const { return GpioSimChip(lineCount, names); }
 
     // The chip's name ("gpiochipN") and character device ("/dev/gpiochipN").
     const std::string& ChipName() const { return chipName; }
@@ -55,16 +61,15 @@ public:
     void SetLive(bool live);
 
 private:
+    GpioSimChip(unsigned int lineCount, const std::map<unsigned int, std::string>& names);
     std::string Line(unsigned int offset) const;
-    void Remove() noexcept;
 
     unsigned int lineCount = 0;
     std::map<unsigned int, std::string> names;
-    std::string directory; // in configfs; empty until built
+    std::string directory; // in configfs; empty in a builder
     std::string device; // the platform device, "gpio-sim.N"
     std::string chipName;
     unsigned int base = 0;
-    std::set<unsigned int> exported;
 };
 
 } // namespace Zel::Test

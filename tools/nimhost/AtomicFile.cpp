@@ -1,5 +1,6 @@
 #include "AtomicFile.hpp"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -103,13 +104,25 @@ void WriteFileAtomically(const std::string& path, const std::string& content)
         const int error = errno;
         Fail(error, "set the mode of", path);
     }
-    // No fsync: the file is rewritten on every change and means nothing
-    // after a power loss; the rename alone makes the swap atomic for readers.
+    // On the disk before its name: otherwise a power cut after the rename
+    // can leave the collector an empty or cut file under the name.
+    if (::fsync(file.Descriptor()) != 0) {
+        const int error = errno;
+        Fail(error, "write", path);
+    }
     if (const int error = file.Close()) {
         Fail(error, "write", path);
     }
     if (const int error = file.RenameTo(path)) {
         Fail(error, "replace", path);
+    }
+    // The new name on the disk: a board that loses power later comes back
+    // with this file, not with the one it replaced or none.
+    const std::string directory = std::filesystem::path(path).parent_path().string();
+    const int descriptor = ::open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor >= 0) {
+        ::fsync(descriptor);
+        ::close(descriptor);
     }
 }
 

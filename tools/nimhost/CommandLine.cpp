@@ -14,9 +14,9 @@
 
 namespace Zel::Tools::Nimhost {
 
-// The plug-in beside the installed executable (bin/../lib/<arch>), else the
-// one this build tree made, else the installed place (the loader's message
-// then names it).
+// The plug-in in its private directory relative to the installed executable
+// (bin/../lib/<multiarch>/zel-nim-linux), else the one this build tree made,
+// else the installed place (the loader's message then names it).
 std::string DefaultPluginPath()
 {
     namespace fs = std::filesystem;
@@ -92,8 +92,10 @@ std::optional<int> ParseCommandLine(int argc, char** argv, CommandLine& line)
     AddDevice(*ipSet, line);
     ipSet->add_option("FIELD", line.field, fieldHelp)->required()->check(CLI::IsMember(fields));
     ipSet->add_option("VALUE", line.value, "The value; for mode a method word (" + MethodWordList() + ")")->required();
-    ipSet->add_flag("--force", line.force, "Write the value without checking it");
-    ipSet->add_flag("--dry-run", line.dryRun, "Print the change without writing it");
+    ipSet->add_flag("--force", line.force,
+                    "Write the value without checking it, and also a change that reaches beyond the interface's "
+                    "own stanza or line");
+    ipSet->add_flag("--dry-run", line.dryRun, "Print the change as a unified diff of the file without writing it");
 
     CLI::App* status = add(app, "status", "A device's live address, netmask and gateway", "status");
     AddDevice(*status, line);
@@ -135,6 +137,7 @@ std::optional<int> ParseCommandLine(int argc, char** argv, CommandLine& line)
         }
     }
     line.configGiven = app.count("--config") > 0;
+    line.logLevelGiven = app.count("--log-level") > 0;
     return std::nullopt;
 }
 

@@ -15,6 +15,8 @@ struct CommandLine {
     std::string config;
     bool configGiven = false;
     int logLevel = 3;
+    // --log-level was given: every library message in full.
+    bool logLevelGiven = false;
     bool json = false;
 
     // "report", "interfaces", "ip get", "ip set", "status", "watch", "metrics",

@@ -26,6 +26,10 @@ struct Presentation {
     bool technical = false;
     // The library's messages, for the causes of a failed setter.
     const LogDigest* log = nullptr;
+    // The same, when the report keeps back the messages that only explain
+    // a port's unknown link, speed or duplex (the log level was not asked
+    // for); null otherwise.
+    LogDigest* quiet = nullptr;
 };
 
 // Every device with its ports, live and configured IP settings; a failing
@@ -44,13 +48,20 @@ struct IpSetRequest {
     unsigned int device = 0;
     std::string field;
     std::string value;
-    // Print the change only.
+    // Print the change only, as a unified diff of the file.
     bool dryRun = false;
+    // Write even what nimhost would refuse: a change that reaches beyond the
+    // interface's own stanza or line, or one it could not try first.
+    bool force = false;
 };
 
 // Writes one configured value (mode takes a method word) and prints the
-// change ("eth0 netmask: 255.255.255.0 -> 255.255.0.0"). A failed write is
-// exit 1 with its cause in the user's terms.
+// change ("eth0 netmask: 255.255.255.0 -> 255.255.0.0"). The module's setter
+// first writes a copy of the file in a throw-away mount namespace; a change
+// that would touch another stanza, replace a line of another key or not set
+// the value is refused, as is a write into a file the controller does not
+// read. A refused or failed write is exit 1 with its cause in the user's
+// terms, and the file stays as it was.
 int RunIpSet(const PluginHost& host, const IpSetRequest& request, const Presentation& how, std::ostream& out);
 
 // The live address, netmask and gateway of a device.

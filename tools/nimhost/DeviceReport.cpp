@@ -29,10 +29,29 @@ auto Configured(Query&& query)
     return outcome;
 }
 
+// A port query whose library messages are kept back when it answers
+// unknown.
+template <typename Query, typename Code>
+auto PortQuery(LogDigest* quiet, PortReport& port, const char* cell, Query&& query, Code unknown)
+{
+    if (quiet == nullptr) {
+        return Attempt(std::forward<Query>(query));
+    }
+    quiet->Hold();
+    auto outcome = Attempt(std::forward<Query>(query));
+    const bool isUnknown = outcome.Ok() && *outcome.value == unknown;
+    for (auto& text : quiet->Release(!isUnknown)) {
+        if (isUnknown) {
+            port.unknownReasons.emplace_back(cell, std::move(text));
+        }
+    }
+    return outcome;
+}
+
 } // namespace
 
 DeviceReport CollectDevice(const PluginHost& host, const IEthernetInfoModule& ethernet, const HostSettings& settings,
-                           unsigned int device)
+                           unsigned int device, LogDigest* quiet)
 {
     DeviceReport report;
     report.device = device;
@@ -47,9 +66,12 @@ DeviceReport CollectDevice(const PluginHost& host, const IEthernetInfoModule& et
         portReport.port = port;
         portReport.publicName = Attempt([&] { return ethernet.GetPortPublicName(device, port); });
         portReport.mode = settings.PortMode(device);
-        portReport.state = Attempt([&] { return ethernet.GetPortLinkState(device, port); });
-        portReport.speed = Attempt([&] { return ethernet.GetPortLinkSpeed(device, port); });
-        portReport.duplex = Attempt([&] { return ethernet.GetPortLinkDuplex(device, port); });
+        portReport.state = PortQuery(
+            quiet, portReport, "link", [&] { return ethernet.GetPortLinkState(device, port); }, LinkState::Unknown);
+        portReport.speed = PortQuery(
+            quiet, portReport, "speed", [&] { return ethernet.GetPortLinkSpeed(device, port); }, LinkSpeed::Unknown);
+        portReport.duplex = PortQuery(
+            quiet, portReport, "duplex", [&] { return ethernet.GetPortLinkDuplex(device, port); }, LinkDuplex::Unknown);
         report.ports.push_back(std::move(portReport));
     }
 

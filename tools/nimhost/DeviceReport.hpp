@@ -1,6 +1,7 @@
 #pragma once
 
 #include "HostSettings.hpp"
+#include "LogDigest.hpp"
 #include "Outcome.hpp"
 #include "PluginHost.hpp"
 
@@ -8,6 +9,8 @@
 #include <Zel/Hardware/Nim/NimTypes.hpp>
 
 #include <optional>
+#include <string>
+#include <utility>
 #include <vector>
 
 namespace Zel::Tools::Nimhost {
@@ -22,6 +25,10 @@ struct PortReport {
     Outcome<Zel::Hardware::Nim::LinkState> state;
     Outcome<Zel::Hardware::Nim::LinkSpeed> speed;
     Outcome<Zel::Hardware::Nim::LinkDuplex> duplex;
+    // The library's messages that only explain an unknown link, speed or
+    // duplex, kept back from standard error: the cell ("link", "speed",
+    // "duplex") and the message's text.
+    std::vector<std::pair<std::string, std::string>> unknownReasons;
 };
 
 struct DeviceReport {
@@ -43,8 +50,11 @@ struct DeviceReport {
 };
 
 // Asks every module about one device, in the order the report shows it.
+// With `quiet`, the library's messages of a port query that answers unknown
+// are kept back from it and stored as the cell's reasons (a down interface
+// has no speed: nothing alarming); those of other queries pass as usual.
 DeviceReport CollectDevice(const PluginHost& host, const Zel::Hardware::Nim::Modules::IEthernetInfoModule& ethernet,
-                           const HostSettings& settings, unsigned int device);
+                           const HostSettings& settings, unsigned int device, LogDigest* quiet = nullptr);
 
 // Whether a configured-value getter's failure means only that the file holds
 // no such value (no file, no iface block, no key): the module then throws

@@ -41,7 +41,16 @@ void LogDigest::Write(int level, std::string_view channel, std::string_view text
         return;
     }
     Key key{level, std::string(channel), std::string(text)};
-    if (level >= LogLevel::Debug) {
+    if (holding) {
+        held.push_back(std::move(key));
+        return;
+    }
+    Handle(std::move(key));
+}
+
+void LogDigest::Handle(Key key)
+{
+    if (std::get<0>(key) >= LogLevel::Debug) {
         Print(key, "");
         return;
     }
@@ -95,6 +104,31 @@ void LogDigest::Silence(const std::string& text)
 {
     const std::lock_guard<std::mutex> guard(lock);
     silenced.push_back(text);
+}
+
+} // namespace Zel::Tools::Nimhost
+
+namespace Zel::Tools::Nimhost {
+
+void LogDigest::Hold()
+{
+    const std::lock_guard<std::mutex> guard(lock);
+    holding = true;
+}
+
+std::vector<std::string> LogDigest::Release(bool print)
+{
+    const std::lock_guard<std::mutex> guard(lock);
+    holding = false;
+    std::vector<std::string> texts;
+    for (auto& key : held) {
+        texts.push_back(std::get<2>(key));
+        if (print) {
+            Handle(std::move(key));
+        }
+    }
+    held.clear();
+    return texts;
 }
 
 } // namespace Zel::Tools::Nimhost

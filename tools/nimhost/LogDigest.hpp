@@ -45,6 +45,14 @@ public:
     // same in its own words.
     void Silence(const std::string& text);
 
+    // Keeps back the messages that come until Release: they are neither
+    // printed nor counted (TextsSince still has them).
+    void Hold();
+    // Ends Hold and returns the texts kept back; when `print`, they are first
+    // handled as if they had just come. Used where a message only explains
+    // a value the command already shows as unknown.
+    std::vector<std::string> Release(bool print);
+
 private:
     using Key = std::tuple<int, std::string, std::string>;
     struct Seen {
@@ -53,6 +61,8 @@ private:
     };
 
     void Print(const Key& key, const std::string& suffix);
+    // Prints a message as news, or counts it as a repeat.
+    void Handle(Key key);
 
     const int printLevel;
     std::FILE* const out;
@@ -61,6 +71,8 @@ private:
     std::vector<std::pair<int, std::string>> recent;
     std::size_t written = 0;
     std::vector<std::string> silenced;
+    bool holding = false;
+    std::vector<Key> held;
 };
 
 } // namespace Zel::Tools::Nimhost

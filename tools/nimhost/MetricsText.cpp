@@ -98,10 +98,12 @@ void Family(PrometheusText& text, const std::string& name, const std::string& ty
     each();
 }
 
+// A value that /etc/network/interfaces does not set is an answer, as the
+// report's "not set": a dhcp device would otherwise fail its queries forever.
 template <typename T>
 void Failed(PrometheusText& text, const Labels& labels, const std::string& query, const Outcome<T>& outcome)
 {
-    if (!outcome.Ok()) {
+    if (!outcome.Ok() && !outcome.notSet) {
         text.Sample(With(With(labels, "query", query), "exception", outcome.errorType), 1);
     }
 }
@@ -185,7 +187,9 @@ std::string RenderMetrics(const MetricsSnapshot& snapshot, const std::optional<W
                }
            });
     Family(text, "query_failed", "gauge",
-           "1 for each query of the plug-in that threw in this collection, with the exception's type.", [&] {
+           "1 for each query of the plug-in that threw in this collection, with the exception's type; a value "
+           "the interfaces file does not set is none.",
+           [&] {
                for (const auto& device : devices) {
                    const Labels labels = DeviceLabels(device);
                    Failed(text, labels, "IEthernetInfoModule::GetPublicInterfaceName", device.publicName);

@@ -1,4 +1,5 @@
 #include "Commands.hpp"
+#include "ConfigDiagnosis.hpp"
 #include "DeviceReport.hpp"
 #include "ExceptionText.hpp"
 #include "ExitCode.hpp"
@@ -6,12 +7,18 @@
 #include "Outcome.hpp"
 #include "PrintableText.hpp"
 #include "TextTable.hpp"
+#include "WriteFailure.hpp"
 
 #include <Zel/Hardware/Nim/Modules/IEthernetInfoModule.hpp>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <cstring>
 #include <optional>
+#include <regex>
 #include <type_traits>
 #include <vector>
 
@@ -87,8 +94,66 @@ std::string Marked(std::string text, const std::optional<bool>& differs, bool& a
     return text;
 }
 
+// A configured value the module reads from a line that is not the
+// interface's own is marked "~" and explained below the device.
+std::string Foreign(std::string text, const ConfigDiagnosis& diagnosis, const std::string& field, bool& anyForeign)
+{
+    if (diagnosis.foreign.count(field) != 0) {
+        anyForeign = true;
+        text += " ~";
+    }
+    return text;
+}
+
+// A file the port strategy could not read ("... (PATH): errno N") and the
+// error's text; else the message without its origin and no error.
+std::pair<std::string, std::string> BriefReason(const std::string& text)
+{
+    static const std::regex fileError(R"(\(([^()]*)\): errno (\d+)$)");
+    std::smatch match;
+    if (std::regex_search(text, match, fileError)) {
+        return {match[1].str(), std::strerror(std::stoi(match[2].str()))};
+    }
+    const std::size_t origin = text.find("(): ");
+    return {origin == std::string::npos ? text : text.substr(origin + 4), ""};
+}
+
+// One line per port whose unknown cells have reasons, files that fail alike
+// named together: "port 1: speed, duplex unknown (/sys/class/net/ifb0/speed,
+// /sys/class/net/ifb0/duplex: Invalid argument)".
+std::string UnknownReasons(const DeviceReport& device)
+{
+    std::string text;
+    for (const auto& port : device.ports) {
+        std::vector<std::string> cells;
+        std::vector<std::pair<std::string, std::vector<std::string>>> byError;
+        for (const auto& [cell, message] : port.unknownReasons) {
+            if (std::find(cells.begin(), cells.end(), cell) == cells.end()) {
+                cells.push_back(cell);
+            }
+            auto [subject, error] = BriefReason(message);
+            auto group = std::find_if(byError.begin(), byError.end(), [&](const auto& g) { return g.first == error; });
+            if (group == byError.end()) {
+                group = byError.insert(byError.end(), {error, {}});
+            }
+            if (std::find(group->second.begin(), group->second.end(), subject) == group->second.end()) {
+                group->second.push_back(std::move(subject));
+            }
+        }
+        std::vector<std::string> reasons;
+        for (const auto& [error, subjects] : byError) {
+            reasons.push_back(fmt::format("{}{}{}", fmt::join(subjects, ", "), error.empty() ? "" : ": ", error));
+        }
+        if (!cells.empty()) {
+            text += fmt::format("  port {}: {} unknown ({})\n", port.port, fmt::join(cells, ", "),
+                                fmt::join(reasons, "; "));
+        }
+    }
+    return text;
+}
+
 std::string RenderText(const PluginHost& host, const HostSettings& settings, const std::vector<DeviceReport>& devices,
-                       bool technical)
+                       const std::vector<ConfigDiagnosis>& diagnoses, bool technical)
 {
     std::string text;
     TextTable heading;
@@ -99,7 +164,10 @@ std::string RenderText(const PluginHost& host, const HostSettings& settings, con
 
     bool anyMark = false;
     bool anyControl = false;
-    for (const auto& device : devices) {
+    bool anyForeign = false;
+    for (std::size_t index = 0; index < devices.size(); ++index) {
+        const DeviceReport& device = devices[index];
+        const ConfigDiagnosis& diagnosis = diagnoses[index];
         Cells cells(technical);
         text += fmt::format("\nDevice {}: {} ({}), MAC {}, type {}\n", device.device, cells.Text(device.publicName),
                             cells.Text(device.interfaceName), cells.Text(device.macAddress),
@@ -117,19 +185,30 @@ std::string RenderText(const PluginHost& host, const HostSettings& settings, con
                               cells.Text(port.duplex, DescribeLinkDuplex)});
             }
             text += ports.Render("  ");
+            text += UnknownReasons(device);
         }
 
         const Differences differences = Compare(device);
         TextTable ip({"IP", "LIVE", "CONFIGURED"});
-        ip.AddRow({"address", cells.Text(device.liveAddress),
-                   Marked(cells.Text(device.address), differences.address, anyMark)});
-        ip.AddRow({"netmask", cells.Text(device.liveNetmask),
-                   Marked(cells.Text(device.netmask), differences.netmask, anyMark)});
-        ip.AddRow({"gateway", cells.Text(device.liveGateway),
-                   Marked(cells.Text(device.gateway), differences.gateway, anyMark)});
-        ip.AddRow({"dns", "", cells.Text(device.nameServers)});
-        ip.AddRow({"method", "", cells.Text(device.method, DescribeAssignMode)});
+        const auto configured = [&](const auto& outcome, const std::string& field, const std::optional<bool>& differs) {
+            return Foreign(Marked(cells.Text(outcome), differs, anyMark), diagnosis, field, anyForeign);
+        };
+        ip.AddRow(
+            {"address", cells.Text(device.liveAddress), configured(device.address, "address", differences.address)});
+        ip.AddRow(
+            {"netmask", cells.Text(device.liveNetmask), configured(device.netmask, "netmask", differences.netmask)});
+        ip.AddRow(
+            {"gateway", cells.Text(device.liveGateway), configured(device.gateway, "gateway", differences.gateway)});
+        ip.AddRow({"dns", "", configured(device.nameServers, "dns", std::nullopt)});
+        ip.AddRow(
+            {"method", "", Foreign(cells.Text(device.method, DescribeAssignMode), diagnosis, "mode", anyForeign)});
         text += ip.Render("  ");
+        for (const auto& [field, foreign] : diagnosis.foreign) {
+            text += fmt::format("  ~ {}\n", foreign.sentence);
+        }
+        if (diagnosis.sourced) {
+            text += fmt::format("  {}\n", diagnosis.sourcedSentence);
+        }
         text += cells.Notes("  ");
         anyControl = anyControl || cells.anyControl;
     }
@@ -143,6 +222,11 @@ std::string RenderText(const PluginHost& host, const HostSettings& settings, con
     if (anyControl) {
         text += fmt::format("{}! the value holds control characters, shown escaped (\\r, \\t, \\xNN)\n",
                             anyMark ? "" : "\n");
+    }
+    if (anyForeign) {
+        text += fmt::format("{}~ the controller reads the configured value from another line than the interface's "
+                            "own\n",
+                            anyMark || anyControl ? "" : "\n");
     }
     return text;
 }
@@ -179,14 +263,17 @@ nlohmann::ordered_json ToJson(const std::optional<bool>& differs)
 }
 
 nlohmann::ordered_json RenderJson(const PluginHost& host, const HostSettings& settings,
-                                  const std::vector<DeviceReport>& devices)
+                                  const std::vector<DeviceReport>& devices,
+                                  const std::vector<ConfigDiagnosis>& diagnoses)
 {
     nlohmann::ordered_json document;
     document["plugin"] = std::string(host.GetFileName());
     document["settings"] =
         settings.GetPath().empty() ? nlohmann::ordered_json(nullptr) : nlohmann::ordered_json(settings.GetPath());
     document["devices"] = nlohmann::ordered_json::array();
-    for (const auto& device : devices) {
+    for (std::size_t index = 0; index < devices.size(); ++index) {
+        const DeviceReport& device = devices[index];
+        const ConfigDiagnosis& diagnosis = diagnoses[index];
         nlohmann::ordered_json entry;
         entry["device"] = device.device;
         entry["publicName"] = ToJson(device.publicName);
@@ -196,12 +283,17 @@ nlohmann::ordered_json RenderJson(const PluginHost& host, const HostSettings& se
         entry["portCount"] = ToJson(device.portCount, [](unsigned int n) { return nlohmann::ordered_json(n); });
         entry["ports"] = nlohmann::ordered_json::array();
         for (const auto& port : device.ports) {
+            nlohmann::ordered_json reasons = nlohmann::ordered_json::array();
+            for (const auto& [cell, message] : port.unknownReasons) {
+                reasons.push_back({{"cell", cell}, {"message", message}});
+            }
             entry["ports"].push_back({{"port", port.port},
                                       {"publicName", ToJson(port.publicName)},
                                       {"mode", std::string(port.mode)},
                                       {"linkState", ToJson(port.state, Code<LinkState>)},
                                       {"linkSpeed", ToJson(port.speed, Code<LinkSpeed>)},
-                                      {"linkDuplex", ToJson(port.duplex, Code<LinkDuplex>)}});
+                                      {"linkDuplex", ToJson(port.duplex, Code<LinkDuplex>)},
+                                      {"unknownReasons", std::move(reasons)}});
         }
         entry["live"] = {{"address", ToJson(device.liveAddress)},
                          {"netmask", ToJson(device.liveNetmask)},
@@ -215,9 +307,40 @@ nlohmann::ordered_json RenderJson(const PluginHost& host, const HostSettings& se
         entry["differs"] = {{"address", ToJson(differences.address)},
                             {"netmask", ToJson(differences.netmask)},
                             {"gateway", ToJson(differences.gateway)}};
+        entry["foreign"] = {{"address", ForeignJson(diagnosis, "address")},
+                            {"netmask", ForeignJson(diagnosis, "netmask")},
+                            {"gateway", ForeignJson(diagnosis, "gateway")},
+                            {"dnsNameservers", ForeignJson(diagnosis, "dns")},
+                            {"method", ForeignJson(diagnosis, "mode")}};
+        entry["sourcedStanza"] = SourcedJson(diagnosis);
         document["devices"].push_back(std::move(entry));
     }
     return document;
+}
+
+// Where the device's configured values come from, and the mended text of a
+// value the module cannot read.
+ConfigDiagnosis DiagnoseDevice(DeviceReport& device, const std::optional<std::string>& text)
+{
+    if (!device.interfaceName.Ok()) {
+        return {};
+    }
+    const std::string name = *device.interfaceName.value;
+    std::vector<std::string> fields;
+    const auto look = [&](auto& outcome, const std::string& field) {
+        if (outcome.Ok()) {
+            fields.push_back(field);
+        } else if (outcome.errorType == "std::out_of_range" && text) {
+            outcome.userText = DescribeLineWithoutValue(InterfacesText(*text), interfacesFile, name, FileKey(field),
+                                                        field, device.device);
+        }
+    };
+    look(device.address, "address");
+    look(device.netmask, "netmask");
+    look(device.gateway, "gateway");
+    look(device.nameServers, "dns");
+    look(device.method, "mode");
+    return Diagnose(text, name, fields);
 }
 
 } // namespace
@@ -228,12 +351,17 @@ int RunReport(const PluginHost& host, const HostSettings& settings, const Presen
     std::vector<DeviceReport> devices;
     const unsigned int deviceCount = ethernet.GetDeviceCount();
     for (unsigned int device = 1; device <= deviceCount; ++device) {
-        devices.push_back(CollectDevice(host, ethernet, settings, device));
+        devices.push_back(CollectDevice(host, ethernet, settings, device, how.quiet));
+    }
+    const auto text = ReadInterfacesFile();
+    std::vector<ConfigDiagnosis> diagnoses;
+    for (auto& device : devices) {
+        diagnoses.push_back(DiagnoseDevice(device, text));
     }
     if (how.json) {
-        out << RenderJson(host, settings, devices).dump(2) << '\n';
+        out << RenderJson(host, settings, devices, diagnoses).dump(2) << '\n';
     } else {
-        out << RenderText(host, settings, devices, how.technical);
+        out << RenderText(host, settings, devices, diagnoses, how.technical);
     }
     return ExitCode::Success;
 }

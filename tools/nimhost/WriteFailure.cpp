@@ -1,5 +1,7 @@
 #include "WriteFailure.hpp"
 
+#include "SourcedStanza.hpp"
+
 #include <fmt/format.h>
 
 #include <unistd.h>
@@ -105,6 +107,12 @@ std::string ExplainFailedWrite(const std::string& interfaceName, const std::stri
         }
     }
     if (!HasBlock(interfaceName)) {
+        // Never a second stanza where the first one only lies in a file the
+        // controller does not read.
+        const auto text = RealFileTree().Read(interfacesFile);
+        if (const auto sourced = FindSourcedStanza(interfacesFile, text.value_or(""), interfaceName, RealFileTree())) {
+            return DescribeSourcedStanza(interfaceName, *sourced, interfacesFile);
+        }
         return fmt::format("{} has no 'iface {} inet' block; add one (for example 'iface {} inet static') first",
                            interfacesFile, interfaceName, interfaceName);
     }

@@ -79,7 +79,8 @@ bool ReadsConfiguration(const std::string& command)
 // The command itself, once the modules are set up.
 int Dispatch(const CommandLine& line, const PluginHost& host, const HostSettings& settings, LogDigest& log)
 {
-    const Presentation how{line.json, line.logLevel >= LogLevel::Debug, &log};
+    const Presentation how{line.json, line.logLevel >= LogLevel::Debug, &log,
+                           line.logLevelGiven || line.command != "report" ? nullptr : &log};
     unsigned int device = 0;
     if (line.command == "ip get" || line.command == "ip set" || line.command == "status") {
         device =
@@ -101,7 +102,7 @@ int Dispatch(const CommandLine& line, const PluginHost& host, const HostSettings
         return RunIpGet(host, device, line.field, how, std::cout);
     }
     if (line.command == "ip set") {
-        return RunIpSet(host, {device, line.field, line.value, line.dryRun}, how, std::cout);
+        return RunIpSet(host, {device, line.field, line.value, line.dryRun, line.force}, how, std::cout);
     }
     if (line.command == "status") {
         return RunStatus(host, device, line.json, std::cout);

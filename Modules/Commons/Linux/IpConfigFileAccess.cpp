@@ -114,16 +114,57 @@ int LockWithin(int directory, std::chrono::milliseconds timeout)
     return 0;
 }
 
-bool WriteAll(int fd, const std::string& content)
+// Writes all of content at offset; false with errno set when it could not
+// (ENOSPC for a write that stopped short).
+bool WriteAll(int fd, const std::string& content, off_t offset = 0)
 {
     for (std::size_t done = 0; done < content.size();) {
-        const ssize_t written = ::pwrite(fd, content.data() + done, content.size() - done, static_cast<off_t>(done));
-        if (written == 0 || (written < 0 && errno != EINTR)) {
+        const ssize_t written =
+            ::pwrite(fd, content.data() + done, content.size() - done, offset + static_cast<off_t>(done));
+        if (written == 0) {
+            errno = ENOSPC;
+            return false;
+        }
+        if (written < 0 && errno != EINTR) {
             return false;
         }
         done += written < 0 ? 0 : static_cast<std::size_t>(written);
     }
     return true;
+}
+
+// Rewrites the file where it stands; 0 or the errno of the failure. The
+// temporary file proved there is room in its own file system only, so the
+// file is first extended with line feeds to the new length: where its file
+// system cannot hold that (full, quota, size limit), the extension is cut
+// off again and the old content stands untouched. Then one write puts the
+// new content over the old, padded with line feeds to the old length, and
+// the file is cut to the new length. A kill before or after that write
+// leaves the old or the new content followed by empty lines, which mean
+// nothing to ifupdown or to us; only a kill during it, or a power cut
+// before the final flush, can leave a mixture.
+int RewriteInPlace(const BasicString& target, const std::string& content)
+{
+    ScopedDescriptor file(::open(target.c_str(), O_WRONLY | O_CLOEXEC));
+    struct stat info {};
+    if (file.Get() < 0 || ::fstat(file.Get(), &info) != 0) {
+        return errno;
+    }
+    const auto oldSize = static_cast<std::size_t>(info.st_size);
+    if (content.size() > oldSize &&
+        !WriteAll(file.Get(), std::string(content.size() - oldSize, '\n'), static_cast<off_t>(oldSize))) {
+        const int error = errno;
+        // Should even this fail, the old content is followed by empty lines.
+        [[maybe_unused]] const int cutOff = ::ftruncate(file.Get(), info.st_size);
+        return error;
+    }
+    std::string padded = content;
+    padded.resize(std::max(oldSize, content.size()), '\n');
+    if (!WriteAll(file.Get(), padded) || ::ftruncate(file.Get(), static_cast<off_t>(content.size())) != 0 ||
+        ::fsync(file.Get()) != 0 || !file.Close()) {
+        return errno;
+    }
+    return 0;
 }
 
 // How the new content was put in place: error 0 when it was; renameError
@@ -157,15 +198,8 @@ Replacement PutInPlace(ScopedDescriptor& temporaryFd, const BasicString& tempora
         return {renameError, 0};
     }
     // A bind-mounted file (EBUSY) or one on another mount (EXDEV) can only be
-    // rewritten where it stands. The content goes in before the file is cut
-    // to its length, so a full disk fails before the old content is lost.
-    ScopedDescriptor file(::open(target.c_str(), O_WRONLY | O_CLOEXEC));
-    if (file.Get() < 0 || !WriteAll(file.Get(), content) ||
-        ::ftruncate(file.Get(), static_cast<off_t>(content.size())) != 0 || ::fsync(file.Get()) != 0 || !file.Close()) {
-        const int error = errno;
-        return {error, renameError};
-    }
-    return {0, renameError};
+    // rewritten where it stands.
+    return {RewriteInPlace(target, content), renameError};
 }
 
 } // namespace

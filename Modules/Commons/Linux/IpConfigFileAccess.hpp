@@ -28,8 +28,10 @@ using Zel::System::Commons::BasicString;
 // file, gives it the file's mode and owner, flushes it and renames it over
 // the file, so readers (who take no lock) see the old or the new content.
 // Where the file cannot be renamed over (a bind-mounted file) it is rewritten
-// in place instead, with a warning. Writers in any thread or process of the
-// board wait for each other up to the lock timeout, then fail.
+// in place instead, with a warning: not atomically, but only once the file
+// has been extended to the new length, so that a file system without room
+// fails the write with the file unchanged. Writers in any thread or process
+// of the board wait for each other up to the lock timeout, then fail.
 //
 // No state besides the parameter order, the file name and the lock timeout;
 // every call opens and closes its own files.

@@ -8,7 +8,10 @@
 #include <map>
 #include <stdexcept>
 #include <string_view>
+#include <fcntl.h>
 #include <sys/eventfd.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace Zel::Test {
 
@@ -62,9 +65,12 @@ bool Open(const char* path, int flags, int* result)
     if (node == registry.nodes.end()) {
         return false;
     }
-    // A real descriptor without a path: the kernel hands out a unique number
+    // A node kept in a file is opened by the kernel, which checks the file's
+    // owner and mode (the system call itself: open is interposed). Otherwise
+    // a real descriptor without a path: the kernel hands out a unique number
     // and close works as for any file.
-    *result = eventfd(0, EFD_CLOEXEC);
+    *result = node->second->inFile ? static_cast<int>(::syscall(SYS_openat, AT_FDCWD, path, flags))
+                                   : eventfd(0, EFD_CLOEXEC);
     if (*result >= 0) {
         ++node->second->openCount;
         node->second->lastOpenFlags = flags;
@@ -146,6 +152,13 @@ SpiEmulator& SpiEmulator::Register(unsigned int address, std::uint8_t value)
 {
     state.registers.at(address) = value;
     return *this;
+}
+
+SpiDevice SpiEmulator::BuildOnFile(const std::string& path) const
+{
+    SpiEmulator inFile = *this;
+    inFile.state.inFile = true;
+    return inFile.Build(path);
 }
 
 SpiDevice SpiEmulator::Build(const std::string& path) const

@@ -39,6 +39,9 @@ struct SpiDeviceState {
     int openCount = 0; // successful opens of the node so far
     int lastOpenFlags = -1;
     int foreignRequests = 0; // ioctls other than SPI_IOC_MESSAGE(1), answered with ENOTTY
+    // The node is a file that exists: the kernel opens it, checking its owner
+    // and mode, and the descriptor it gives is the node's.
+    bool inFile = false;
 };
 
 std::mutex& SpiLock();
@@ -83,6 +86,9 @@ public:
     // nowhere else, so an open the interposer misses fails. Throws
     // std::runtime_error when the path is already emulated.
     SpiDevice Build(const std::string& path) const;
+    // The same for a node kept in the file at `path` (a placeholder of the
+    // device node, with its owner and mode).
+    SpiDevice BuildOnFile(const std::string& path) const;
 
 private:
     SpiDeviceState state;

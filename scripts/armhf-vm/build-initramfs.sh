@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# build-initramfs OUT WORK: assembles the guest's initramfs (an uncompressed
+# build-initramfs.sh OUT WORK: assembles the guest's initramfs (an uncompressed
 # cpio archive) into OUT, using the directory WORK. Called by `prepare`,
 # which caches OUT.
 #
 # The root holds the packages of the file `packages` with the libraries they
 # depend on (Debian's armhf packages, fetched with `apt-get download`), the
-# cross toolchain's C and C++ runtime, and guest-init as /init. It ends with
+# cross toolchain's C and C++ runtime, and guest-init.sh as /init. It ends with
 # a check that every program and library finds the libraries it needs.
 set -euo pipefail
 out=$1 work=$2
@@ -95,7 +95,7 @@ missing=$(
 [ -z "$missing" ] || vm_die "libraries missing in the initramfs:"$'\n'"$missing"
 
 ln -sf dash "$root/bin/sh"
-install -m 0755 "$vm_dir/guest-init" "$root/init"
+install -m 0755 "$vm_dir/guest-init.sh" "$root/init"
 mkdir -p "$root"/{dev,proc,sys,tmp,run,root,mnt,etc/network,var/tmp}
 ln -sf /proc/self/mounts "$root/etc/mtab"
 printf 'root:x:0:0:root:/root:/bin/bash\nnobody:x:65534:65534:nobody:/nonexistent:/usr/sbin/nologin\n' >"$root/etc/passwd"

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# build-kernel OUT WORK: builds the guest kernel (zImage) into OUT, using the
+# build-kernel.sh OUT WORK: builds the guest kernel (zImage) into OUT, using the
 # directory WORK for the source and the objects. Called by `prepare`, which
 # caches OUT; the kernel source is Debian's linux-source-6.1.
 #
@@ -24,12 +24,12 @@ kmake olddefconfig
 
 # kconfig silently drops an option whose dependencies are not met, and
 # turns on what another option selects.
-missing=$(grep -E '^CONFIG_[A-Za-z0-9_]+=' "$vm_dir/kernel.config" | grep -vxF -f "$obj/.config" || true)
-unwanted=$(sed -nE 's/^# (CONFIG_[A-Za-z0-9_]+) is not set$/\1=/p' "$vm_dir/kernel.config" \
-  | grep -F -f - "$obj/.config" || true)
-if [ -n "$missing$unwanted" ]; then
-  vm_die "options of kernel.config that the kernel's configuration does not take:"$'\n'"$missing$unwanted"
-fi
+refused=$(
+  grep -E '^CONFIG_[A-Za-z0-9_]+=' "$vm_dir/kernel.config" | grep -vxF -f "$obj/.config" | sed 's/$/ (not taken)/'
+  sed -nE 's/^# (CONFIG_[A-Za-z0-9_]+) is not set$/\1=/p' "$vm_dir/kernel.config" | grep -F -f - "$obj/.config" \
+    | sed 's/$/ (still on)/'
+) || true
+[ -z "$refused" ] || vm_die "options of kernel.config that the kernel's configuration refuses:"$'\n'"$refused"
 
 kmake -j"$(nproc)" zImage
 cp "$obj/arch/arm/boot/zImage" "$out"
