@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <regex>
 #include <string>
@@ -480,7 +481,8 @@ protected:
         ASSERT_EQ(Zel::Test::Run(
                       "test -d /sys/kernel/config/gpio-sim || mount -t configfs configfs /sys/kernel/config"),
                   0);
-        sim.emplace(GpioSimChip().Lines(8).Name(3, "ETH1_LINK").Name(5, "ETH2_LINK").Build());
+        // A new-expression builds the chip in place; it cannot be moved.
+        sim.reset(new GpioSimChip(GpioSimChip().Lines(8).Name(3, "ETH1_LINK").Name(5, "ETH2_LINK").Build()));
         setenv("LD_PRELOAD", ZEL_SPI_PRELOAD, 1);
         setenv("ZEL_SPI_NODES", ("ksz8863:" + spi + ":1f=06:2f=00").c_str(), 1);
         sim->SetPull(3, GpioSimChip::Pull::Up);
@@ -505,7 +507,7 @@ protected:
         return text;
     }
 
-    std::optional<GpioSimChip> sim;
+    std::unique_ptr<GpioSimChip> sim;
     const std::string spi = directory.Write("spidev0.0", "");
     const std::vector<Case> cases = Cases("gpio.cases");
 };
