@@ -1,7 +1,6 @@
 // IP status without kernel set-up: the route-table reading on the tables of
-// cases/routes.cases, the device checks that come before any socket or file,
-// and IpStatusModule's own paths against a stand-in Ethernet module whose
-// device count and device table disagree. The kernel reads themselves are in
+// cases/routes.cases, descriptors, and IpStatusModule's set-up. The kernel
+// reads, the device checks and the module's queries are in
 // IpStatusKernelTest.cpp.
 #include "Modules/Commons/Linux/IpStatusSocketAccess.hpp"
 #include "Modules/Nim/Linux/IpStatusModule.hpp"
@@ -10,7 +9,6 @@
 #include "Checks.hpp"
 #include "MemoryLogSink.hpp"
 #include "ScratchDirectory.hpp"
-#include "StandInEthernetInfo.hpp"
 
 #include <Zel/Hardware/Commons/Modules/HardwareModuleProvider.hpp>
 #include <Zel/Hardware/Commons/Modules/ModuleSettings.hpp>
@@ -20,9 +18,6 @@
 
 #include <fmt/format.h>
 
-#include <cstdint>
-#include <stdexcept>
-
 #include <sys/resource.h>
 
 namespace {
@@ -31,7 +26,6 @@ using namespace Zel::Hardware::Commons::Modules;
 using Zel::Hardware::Modules::Commons::Linux::IpStatusSocketAccess;
 using Zel::Hardware::Modules::Nim::Linux::IpStatusModule;
 using namespace Zel::System::Commons;
-using Zel::Test::StandInEthernetInfo;
 
 const std::string gatewayTrace = "IpStatusSocketAccess::GetCurrentDefaultGateway(): ";
 const std::string missingTable = "/tmp/ipstatus-no-such-dir/route";
@@ -65,39 +59,6 @@ TEST(RouteTable, AnUnreadableTableIsAFailureThatLeavesTheResult)
     EXPECT_EQ(IpStatusSocketAccess(BasicString(missingTable)).GetCurrentDefaultGateway(1, 1, "eth0", result), 1);
     EXPECT_EQ(result, "unchanged");
     EXPECT_TRUE(capture.Contains(3, gatewayTrace + "Error open file " + missingTable));
-}
-
-// Every query checks the device number against the count first: 0 and
-// numbers above the count fail with status 1 before any socket or file is
-// opened, after the query's own trace line, and the result stays as it was.
-TEST(IpStatusDeviceCheck, NumbersOutsideOneToCountAreRejected)
-{
-    // An accepted number shows up as the open failure of the missing table.
-    const IpStatusSocketAccess access{BasicString(missingTable)};
-    const struct {
-        std::uint32_t device;
-        std::uint32_t count;
-        bool rejected;
-    } cases[] = {{0, 2, true},           {3, 2, true},  {1, 0, true},  {0, 0, true},
-                 {0xFFFFFFFFu, 2, true}, {1, 2, false}, {2, 2, false}, {0xFFFFFFFFu, 0xFFFFFFFFu, false}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(fmt::format("device {} of {}", c.device, c.count));
-        Zel::Test::LogCapture capture(8);
-        BasicString result("unchanged");
-        EXPECT_EQ(access.GetCurrentDefaultGateway(c.device, c.count, "eth0", result), 1);
-        EXPECT_EQ(capture.Contains(3, gatewayTrace + fmt::format("Invalid device number {}", c.device)), c.rejected);
-        if (c.rejected) {
-            const std::string number = fmt::format(" {}", c.device);
-            EXPECT_EQ(access.GetCurrentIpAdress(c.device, c.count, "lo", result), 1);
-            EXPECT_EQ(access.GetCurrentSubnetMask(c.device, c.count, "lo", result), 1);
-            EXPECT_EQ(access.GetSettingFromSocket(c.device, c.count, "lo", 0x8915, result), 1);
-            EXPECT_EQ(capture.Count(3, "IpStatusSocketAccess::GetSettingFromSocket(): Invalid device number" + number),
-                      3u);
-            EXPECT_TRUE(capture.Contains(8, "IpStatusSocketAccess::GetCurrentIpAdress():" + number));
-            EXPECT_TRUE(capture.Contains(8, "IpStatusSocketAccess::GetCurrentSubnetMask():" + number));
-        }
-        EXPECT_EQ(result, "unchanged");
-    }
 }
 
 // Every path closes what it opened: the table file and the query socket,
@@ -144,47 +105,6 @@ TEST(IpStatusModuleSetup, NeedsAnEthernetInfoModule)
     EXPECT_TRUE(module.IsEnabled());
     EXPECT_EQ(capture.Count(7, "IpStatusModule::Dispose()"), 1u);
     EXPECT_EQ(capture.Count(7, "IpStatusModule::IsEnabled()"), 1u);
-}
-
-// Device 2 is in the stand-in's table ("lo") but above the count of 1 taken
-// at set-up, so the kernel access refuses it with status 1. Numbers outside
-// the table fail in the Ethernet module: the name is asked for before any
-// device check, so its std::out_of_range passes through.
-TEST(IpStatusModuleQueries, StatusOneBecomesInvalidOperationNamingTheQuery)
-{
-    StandInEthernetInfo ethernet({"lo", "lo"}, StandInEthernetInfo::BadNumber::Throws);
-    ethernet.deviceCount = 1;
-    HardwareModuleProvider provider;
-    provider.AddHardwareModule(ethernet);
-    IpStatusModule module;
-    module.SetupSettings(ModuleSettings(), provider);
-    ethernet.deviceCount = 2;
-
-    const struct {
-        BasicString (IpStatusModule::*query)(unsigned int) const;
-        const char* name;
-        const char* failure;
-        const char* deviceMessage;
-    } cases[] = {
-        {&IpStatusModule::GetIpAddress, "GetIpAddress", "GetCurrentIpAdress", "GetSettingFromSocket"},
-        {&IpStatusModule::GetSubnetMask, "GetSubnetMask", "GetCurrentSubnetMask", "GetSettingFromSocket"},
-        {&IpStatusModule::GetDefaultGateway, "GetDefaultGateway", "GetCurrentDefaultGateway",
-         "GetCurrentDefaultGateway"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        Zel::Test::LogCapture capture(8);
-        Zel::Test::ExpectThrow<InvalidOperationException>([&] { (module.*c.query)(2); },
-                                                          fmt::format("IpStatusModule::{}(): {}() returned 1", c.name,
-                                                                      c.failure));
-        EXPECT_TRUE(
-            capture.Contains(3, fmt::format("IpStatusSocketAccess::{}(): Invalid device number 2", c.deviceMessage)));
-        // The trace line before the query, none with a result after it.
-        EXPECT_EQ(capture.Count(8, fmt::format("IpStatusModule::{}(): 2", c.name)), 1u);
-        EXPECT_THROW((module.*c.query)(0), std::out_of_range);
-        EXPECT_THROW((module.*c.query)(3), std::out_of_range);
-    }
-    EXPECT_THROW(module.GetDeviceIpAddress(3), std::out_of_range);
 }
 
 // GetDeviceIpAddress goes through the virtual slot of GetIpAddress.
