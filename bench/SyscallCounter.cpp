@@ -31,7 +31,9 @@ std::string Name(long number)
         {SYS_ioctl, "ioctl"},
         {SYS_socket, "socket"},
         {SYS_fstat, "fstat"},
+#ifdef SYS_newfstatat // 32-bit ARM has fstatat64 instead, and mmap2 for mmap
         {SYS_newfstatat, "newfstatat"},
+#endif
         {SYS_lseek, "lseek"},
         {SYS_rename, "rename"},
         {SYS_renameat, "renameat"},
@@ -42,7 +44,9 @@ std::string Name(long number)
         {SYS_fchmod, "fchmod"},
         {SYS_fchown, "fchown"},
         {SYS_getdents64, "getdents64"},
+#ifdef SYS_mmap
         {SYS_mmap, "mmap"},
+#endif
         {SYS_munmap, "munmap"},
         {SYS_brk, "brk"},
         {SYS_sendto, "sendto"},

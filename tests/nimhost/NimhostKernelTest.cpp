@@ -4,6 +4,7 @@
 // for eth0 and a dhcp block for eth1. Answers are checked against what `ip`
 // and the files say.
 #include "CaseFile.hpp"
+#include "GpioSimChip.hpp"
 #include "NimhostProcess.hpp"
 #include "Sandbox.hpp"
 
@@ -14,6 +15,8 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <memory>
+#include <optional>
 #include <regex>
 #include <string>
 #include <tuple>
@@ -463,6 +466,85 @@ TEST_F(NimhostDefaults, EveryInterfaceButLoIsADeviceWithOneSysfsPort)
 
 // In a sandbox without the boards' interfaces every example is a valid
 // settings file (the missing interfaces are warnings).
+// ---- KSZ8863 link lines on the GPIO character device (armhf VM) ----
+
+// Device 1 (eth0) is a KSZ8863 whose link lines are gpio-sim lines: port 1
+// line 3 by the chip's label, port 2 the line named ETH2_LINK (line 5). The
+// switch is an emulated spidev node preloaded into nimhost (port 1 100 Mbit/s
+// full duplex, port 2 10 Mbit/s half).
+class NimhostGpio : public NimhostWatch {
+protected:
+    void SetUp() override
+    {
+        NimhostWatch::SetUp();
+        // The sandbox's own /sys comes without configfs.
+        ASSERT_EQ(Zel::Test::Run(
+                      "test -d /sys/kernel/config/gpio-sim || mount -t configfs configfs /sys/kernel/config"),
+                  0);
+        // A new-expression builds the chip in place; it cannot be moved.
+        sim.reset(new GpioSimChip(GpioSimChip().Lines(8).Name(3, "ETH1_LINK").Name(5, "ETH2_LINK").Build()));
+        setenv("LD_PRELOAD", ZEL_SPI_PRELOAD, 1);
+        setenv("ZEL_SPI_NODES", ("ksz8863:" + spi + ":1f=06:2f=00").c_str(), 1);
+        sim->SetPull(3, GpioSimChip::Pull::Up);
+        settings = directory.Write("gpio.toml", Fill(cases.at(0)["board.toml"]));
+    }
+    void TearDown() override
+    {
+        unsetenv("LD_PRELOAD");
+        NimhostWatch::TearDown();
+    }
+    std::string Fill(std::string text) const
+    {
+        const std::string label = ReadFile(fmt::format("/sys/class/gpio/gpiochip{}/label", sim->Base()));
+        for (const auto& [placeholder, value] : {std::pair<std::string, std::string>{"<spi>", spi},
+                                                 {"<label>", label.substr(0, label.find('\n'))},
+                                                 {"<node>", sim->DevicePath()},
+                                                 {"<dir>", directory.Path("")}}) {
+            for (auto at = text.find(placeholder); at != std::string::npos; at = text.find(placeholder)) {
+                text.replace(at, placeholder.size(), value);
+            }
+        }
+        return text;
+    }
+
+    std::unique_ptr<GpioSimChip> sim;
+    const std::string spi = directory.Write("spidev0.0", "");
+    const std::vector<Case> cases = Cases("gpio.cases");
+};
+
+// The watch polls the lines (every 20 ms) while report and metrics read them
+// from other processes: every read gets its line, nothing is logged.
+TEST_F(NimhostGpio, ReportMetricsAndWatchFollowTheLines)
+{
+    Start({"--count", "1"}, "3");
+    ASSERT_EQ(Lines(2).size(), 2U);
+    const auto report = Nimhost({"report"});
+    const auto metrics = RunNimhost({"--config", settings, "metrics"});
+    for (const auto& line : cases.at(0).Lines("lines")) {
+        EXPECT_NE(("\n" + report.out + metrics.out).find("\n" + line + "\n"), std::string::npos) << line;
+    }
+    EXPECT_EQ(metrics.err, "");
+    sim->SetPull(5, GpioSimChip::Pull::Up);
+    EXPECT_EQ(ExitCode(), 0);
+    EXPECT_EQ(Lines(3).at(2).substr(25), cases.at(0).Line("change"));
+    EXPECT_EQ(ReadIfThere(run.Path("err")), "");
+}
+
+// The settings check finds both lines as the port's set-up does; a line two
+// ports share is refused, a line another program holds warned about and read
+// as unknown with the holder named.
+TEST_F(NimhostGpio, SettingsCheckAndABusyLine)
+{
+    const auto shared = RunNimhost({"--config", directory.Write("shared.toml", Fill(cases.at(1)["board.toml"]))});
+    EXPECT_EQ(shared.exitCode, 2);
+    EXPECT_EQ(shared.err, Fill(cases.at(1)["stderr"]));
+    sim->Export(5);
+    const auto busy = RunNimhost({"--config", settings, "report"});
+    EXPECT_EQ(busy.exitCode, 0);
+    EXPECT_EQ(busy.err, Fill(cases.at(2)["stderr"]));
+    EXPECT_NE(busy.out.find(cases.at(2).Line("line")), std::string::npos) << busy.out;
+}
+
 TEST(NimhostExamples, EveryExampleBoardIsAValidSettingsFile)
 {
     ZEL_REQUIRE_SANDBOX();
@@ -476,7 +558,7 @@ TEST(NimhostExamples, EveryExampleBoardIsAValidSettingsFile)
         const auto table = Parse(RunNimhost({"--config", entry.path(), "settings", "--json"}));
         EXPECT_FALSE(table["Zel.Hardware.Nim.Modules.IEthernetInfoModule"]["fields"]["interfaces"].empty());
     }
-    EXPECT_EQ(files, 5U);
+    EXPECT_EQ(files, 6U);
 }
 
 } // namespace

@@ -3,7 +3,11 @@
 #include "HostSettings.hpp"
 #include "UsageError.hpp"
 
+#include "Modules/Commons/Linux/GpioChip.hpp"
+#include "Modules/Commons/Linux/GpioLineReader.hpp"
+
 #include <Zel/Hardware/Nim/NimTypes.hpp>
+#include <Zel/System/Commons/Exception.hpp>
 
 #include <fmt/format.h>
 
@@ -14,6 +18,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <map>
 #include <optional>
 #include <regex>
 #include <set>
@@ -104,10 +109,78 @@ private:
 
     void CheckPath(const toml::table& module, const std::string& moduleKey, const toml::source_region& line,
                    const std::string& key, bool directory, std::set<std::string>& used);
+    void CheckLinkLine(const toml::table& module, const std::string& moduleKey, unsigned int device, unsigned int port,
+                       std::set<std::string>& used);
 
     const std::string& path;
     const std::vector<std::string>& machine;
+    // Link lines of the character device seen so far, by chip node and
+    // offset, with the device and port that read each.
+    std::map<std::pair<dev_t, unsigned int>, std::pair<unsigned int, unsigned int>> linkLines;
 };
+
+// A link line on the GPIO character device: the chip and the line are found
+// as the port's set-up finds them (with its texts), and no two ports may read
+// one line.
+void Checker::CheckLinkLine(const toml::table& module, const std::string& moduleKey, unsigned int device,
+                            unsigned int port, std::set<std::string>& used)
+{
+    using Zel::Hardware::Modules::Commons::Linux::GpioChip;
+    const std::string lineKey = fmt::format("path.{}.{}.linkLine", device, port);
+    const std::string chipKey = fmt::format("path.{}.{}.linkChip", device, port);
+    const std::string linkKey = fmt::format("path.{}.{}.link", device, port);
+    used.insert(lineKey);
+    used.insert(chipKey);
+    const toml::node& lineNode = *module.get(lineKey);
+    const std::string line = lineNode.value_or(std::string());
+    if (const toml::node* link = module.get(linkKey)) {
+        used.insert(linkKey);
+        Warn(link->source(), moduleKey + "." + Quoted(linkKey),
+             fmt::format("not read: '{}' names the link line on the GPIO character device instead", lineKey));
+    }
+
+    std::optional<GpioChip> chip;
+    unsigned int offset = 0;
+    const toml::node* chipNode = module.get(chipKey);
+    const toml::node& blamed = chipNode != nullptr ? *chipNode : lineNode;
+    try {
+        if (chipNode == nullptr) {
+            chip.emplace(GpioChip::WithLineNamed(line, offset));
+        } else {
+            chip.emplace(chipNode->value_or(std::string()));
+        }
+    } catch (const Zel::System::Commons::Exception& error) {
+        Fault(blamed.source(), moduleKey + "." + Quoted(chipNode != nullptr ? chipKey : lineKey), error.GetMessage());
+        return;
+    }
+    try {
+        if (chipNode != nullptr) {
+            offset = chip->FindLine(line);
+        }
+    } catch (const Zel::System::Commons::Exception& error) {
+        Fault(lineNode.source(), moduleKey + "." + Quoted(lineKey), error.GetMessage());
+        return;
+    }
+
+    struct stat node {};
+    if (::stat(chip->Path().c_str(), &node) == 0) {
+        const auto [first, added] = linkLines.try_emplace({node.st_rdev, offset}, device, port);
+        if (!added) {
+            Fault(lineNode.source(), moduleKey + "." + Quoted(lineKey),
+                  fmt::format("line {} of GPIO chip '{}' is already the link line of device {} port {}", offset,
+                              chip->Path(), first->second.first, first->second.second));
+            return;
+        }
+    }
+    // Held for good by someone else, the port reads unknown; the plug-in's
+    // own readers hold it only for a moment (and unlabelled only in passing).
+    const auto holder = chip->Holder(offset);
+    if (holder && !holder->empty() && *holder != Zel::Hardware::Modules::Commons::Linux::GpioLineReader::Consumer) {
+        Warn(lineNode.source(), moduleKey + "." + Quoted(lineKey),
+             fmt::format("line {} of GPIO chip '{}' is held by '{}': the port reads link unknown (255) while it is",
+                         offset, chip->Path(), *holder));
+    }
+}
 
 void Checker::CheckPath(const toml::table& module, const std::string& moduleKey, const toml::source_region& line,
                         const std::string& key, bool directory, std::set<std::string>& used)
@@ -242,7 +315,7 @@ void Checker::CheckEthernet(const toml::table& module, const std::string& module
         for (unsigned int port = 1; port <= portCount; ++port) {
             const auto key = [&](const char* name) { return fmt::format("path.{}.{}.{}", lineNumber, port, name); };
             if (!onMachine) {
-                for (const char* name : {"sysFile", "speed", "duplex", "link"}) {
+                for (const char* name : {"sysFile", "speed", "duplex", "link", "linkLine", "linkChip"}) {
                     used.insert(key(name));
                 }
                 used.insert(fmt::format("path.{}.spi", lineNumber));
@@ -258,14 +331,21 @@ void Checker::CheckEthernet(const toml::table& module, const std::string& module
                 if (port == 1) {
                     CheckPath(module, moduleKey, region, fmt::format("path.{}.spi", lineNumber), false, used);
                 }
-                if (mode == "switchKSZ8863gpio") {
+                if (mode == "switchKSZ8863gpio" && module.contains(key("linkLine"))) {
+                    CheckLinkLine(module, moduleKey, lineNumber, port, used);
+                } else if (mode == "switchKSZ8863gpio") {
                     CheckPath(module, moduleKey, region, key("link"), false, used);
+                    if (const toml::node* chip = module.get(key("linkChip"))) {
+                        used.insert(key("linkChip"));
+                        Warn(chip->source(), moduleKey + "." + Quoted(key("linkChip")),
+                             fmt::format("not read without '{}' (the line on this chip)", key("linkLine")));
+                    }
                 }
             }
         }
     }
 
-    static const std::regex portKey(R"(path\.[0-9]+\.([0-9]+\.(sysFile|speed|duplex|link)|spi))");
+    static const std::regex portKey(R"(path\.[0-9]+\.([0-9]+\.(sysFile|speed|duplex|link|linkLine|linkChip)|spi))");
     for (auto&& [name, node] : module) {
         const std::string key(name.str());
         if (used.count(key) != 0U) {

@@ -20,6 +20,8 @@ public:
     }
     ScopedDescriptor(const ScopedDescriptor&) = delete;
     ScopedDescriptor& operator=(const ScopedDescriptor&) = delete;
+    // Moving hands the descriptor over; the moved-from owner closes nothing.
+    ScopedDescriptor(ScopedDescriptor&& other) noexcept : fd(std::exchange(other.fd, -1)) {}
 
     int Get() const noexcept { return fd; }
     // Closes now, for callers that must know: a delayed write error shows here.

@@ -33,8 +33,17 @@ EthPortInfoSwitchKSZ8863gpio::EthPortInfoSwitchKSZ8863gpio(
         throw ArgumentException::Create("port", portIndex, "unsupported");
     }
 
-    linkGpioPath = settings.GetSetting(BasicString::Format("path.{0}.{1}.link", deviceIndex, portIndex));
-    fdLinkGpio = gpioAccess.Open(linkGpioPath, O_RDONLY);
+    // Boards whose kernel has no sysfs GPIO name the line on the character
+    // device; every other board keeps its value file exactly as before.
+    const BasicString lineKey = BasicString::Format("path.{0}.{1}.linkLine", deviceIndex, portIndex);
+    if (settings.HasSetting(lineKey)) {
+        const BasicString chipKey = BasicString::Format("path.{0}.{1}.linkChip", deviceIndex, portIndex);
+        linkLine.emplace(settings.HasSetting(chipKey) ? settings.GetSetting(chipKey) : BasicString(),
+                         settings.GetSetting(lineKey));
+    } else {
+        linkGpioPath = settings.GetSetting(BasicString::Format("path.{0}.{1}.link", deviceIndex, portIndex));
+        fdLinkGpio = gpioAccess.Open(linkGpioPath, O_RDONLY);
+    }
 
     // An earlier port opened the device and checked the chip; that holds even
     // when its check failed, and this port is then built without one.
@@ -52,7 +61,7 @@ EthPortInfoSwitchKSZ8863gpio::~EthPortInfoSwitchKSZ8863gpio()
 LinkState EthPortInfoSwitchKSZ8863gpio::GetPortLinkState() const
 {
     bool linkUp = false;
-    if (!gpioAccess.Read(fdLinkGpio, linkGpioPath, linkUp)) {
+    if (!(linkLine ? linkLine->Read(linkUp) : gpioAccess.Read(fdLinkGpio, linkGpioPath, linkUp))) {
         return LinkState::Unknown;
     }
     // The link line is active high.
