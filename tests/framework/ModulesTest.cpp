@@ -3,7 +3,7 @@
 // for byte, a table that a failed registration leaves as it was) and settings
 // whose missing key or cell is a configuration error naming it. The typed
 // lookup of the provider, null for a missing module or one of another type,
-// is pinned through the IP configuration module's set-up (IpConfigModuleTest).
+// is pinned through the IP configuration module's set-up (IpStatusTest).
 #include "StandInEthernetInfo.hpp"
 
 #include <Zel/Hardware/Commons/Modules/ModuleSettings.hpp>

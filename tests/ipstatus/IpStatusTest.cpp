@@ -1,8 +1,9 @@
 // IP status without kernel set-up: the route-table reading on the tables of
-// cases/routes.cases, descriptors, and IpStatusModule's set-up. The kernel
+// cases/routes.cases, descriptors, and the set-up of both IP modules. The kernel
 // reads, the device checks and the module's queries are in
 // IpStatusKernelTest.cpp.
 #include "Modules/Commons/Linux/IpStatusSocketAccess.hpp"
+#include "Modules/Nim/Linux/IpConfigModule.hpp"
 #include "Modules/Nim/Linux/IpStatusModule.hpp"
 
 #include "CaseFile.hpp"
@@ -82,18 +83,32 @@ TEST(IpStatusDescriptors, NoQueryLeavesADescriptorOpenAndNoFreeOneIsAFailure)
                                  "interfaceName lo"));
 }
 
-TEST(IpStatusModuleSetup, NeedsAnEthernetInfoModule)
+// Both IP modules refuse a provider without an Ethernet module, also one
+// holding another type under its name, and log each call at level 7.
+template <typename Module>
+void ExpectSetUpNeedsAnEthernetInfoModule(const std::string& name)
 {
     Zel::Test::LogCapture capture(8);
-    IpStatusModule module;
+    Module module, impostor;
     HardwareModuleProvider provider;
-    Zel::Test::ExpectThrow<InvalidOperationException>([&] { module.SetupSettings(ModuleSettings(), provider); },
-                                                      "IpStatusModule::SetupSettings(): ethInfoModule is NULL!");
-    EXPECT_TRUE(capture.Contains(7, "IpStatusModule::SetupSettings()"));
+    for (const bool withImpostor : {false, true}) {
+        if (withImpostor) {
+            provider.AddHardwareModule("Zel.Hardware.Nim.Modules.IEthernetInfoModule", impostor);
+        }
+        Zel::Test::ExpectThrow<InvalidOperationException>([&] { module.SetupSettings(ModuleSettings(), provider); },
+                                                          name + "::SetupSettings(): ethInfoModule is NULL!");
+    }
     module.Dispose();
     EXPECT_TRUE(module.IsEnabled());
-    EXPECT_EQ(capture.Count(7, "IpStatusModule::Dispose()"), 1u);
-    EXPECT_EQ(capture.Count(7, "IpStatusModule::IsEnabled()"), 1u);
+    EXPECT_EQ(capture.Text(), fmt::format("7 {0}::SetupSettings()\n7 {0}::SetupSettings()\n7 {0}::Dispose()\n"
+                                          "7 {0}::IsEnabled()\n",
+                                          name));
+}
+
+TEST(IpModulesSetup, NeedAnEthernetInfoModule)
+{
+    ExpectSetUpNeedsAnEthernetInfoModule<IpStatusModule>("IpStatusModule");
+    ExpectSetUpNeedsAnEthernetInfoModule<Zel::Hardware::Modules::Nim::Linux::IpConfigModule>("IpConfigModule");
 }
 
 // GetDeviceIpAddress goes through the virtual slot of GetIpAddress.
