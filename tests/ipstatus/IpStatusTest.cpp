@@ -19,7 +19,6 @@
 
 #include <fmt/format.h>
 
-#include <sys/resource.h>
 
 namespace {
 
@@ -67,15 +66,10 @@ TEST(IpStatusDescriptors, NoQueryLeavesADescriptorOpenAndNoFreeOneIsAFailure)
     EXPECT_EQ(access.GetCurrentSubnetMask(1, 1, "zel-absent0", result), 1);
     EXPECT_EQ(Zel::Test::OpenDescriptorCount(), before);
 
-    rlimit limit{};
-    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
-    rlimit none = limit;
-    none.rlim_cur = 0;
     Zel::Test::LogCapture capture(8);
     result = "unchanged";
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-    const int status = access.GetCurrentIpAdress(1, 1, "lo", result);
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+    int status = 0;
+    Zel::Test::WithoutFreeDescriptors([&] { status = access.GetCurrentIpAdress(1, 1, "lo", result); });
     EXPECT_EQ(status, 1);
     EXPECT_EQ(result, "unchanged");
     EXPECT_TRUE(capture.Contains(3,
