@@ -138,22 +138,4 @@ TEST_F(IpConfigModuleSandbox, EveryCallAnswersLogsAndWritesAsItsCaseSays)
     }
 }
 
-// Mode 0 is written as "static", the others as the framework's word; reading
-// takes "static" as 0, and any word the framework cannot read too.
-TEST_F(IpConfigModuleSandbox, AssignModeIsWrittenAndReadAsTheFrameworksWord)
-{
-    WriteFile(interfacesFile, controllerFile);
-    for (const IpAssignMode mode : {IpAssignMode::Manual, IpAssignMode::Bootp, IpAssignMode::Loopback,
-                                    IpAssignMode::Ppp, IpAssignMode::Dhcp, IpAssignMode::Static}) {
-        EXPECT_EQ(AccessErrorCode::Success, ipConfig.SetIpAssignMode(2, mode));
-        EXPECT_EQ(mode, ipConfig.GetIpAssignMode(2));
-    }
-    EXPECT_EQ(files["after every assignment mode, static last"], ReadFile(interfacesFile));
-
-    for (const char* header : {"iface eth0 inet tunnel", "iface eth0 inet6 auto", "iface eth0 inet DHCP"}) {
-        WriteFile(interfacesFile, std::string(header) + "\n    address 10.0.0.1\n");
-        EXPECT_EQ(IpAssignMode::Static, ipConfig.GetIpAssignMode(1)) << header;
-    }
-}
-
 } // namespace
