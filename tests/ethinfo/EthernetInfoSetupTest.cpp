@@ -18,7 +18,6 @@
 #include <stdexcept>
 #include <typeinfo>
 
-
 namespace {
 
 using namespace Zel::Hardware::Commons::Modules;

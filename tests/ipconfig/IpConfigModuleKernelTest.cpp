@@ -128,7 +128,9 @@ TEST_F(IpConfigModuleSandbox, EveryCallAnswersLogsAndWritesAsItsCaseSays)
         ASSERT_TRUE(!noDirectory || ::umount2("/etc", 0) == 0);
         EXPECT_EQ(c.Line("answer"), answer);
         EXPECT_EQ(c["messages"], messages);
-        EXPECT_EQ(c.Has("no file") ? "none" : c.Has("file after") ? c["file after"] : before,
+        EXPECT_EQ(c.Has("no file")          ? "none"
+                      : c.Has("file after") ? c["file after"]
+                                            : before,
                   std::filesystem::exists(interfacesFile) ? ReadFile(interfacesFile) : "none");
         // Only a missing file leaves the temporary file: empty, and root's alone.
         struct stat info {};

@@ -69,7 +69,8 @@ TEST_F(KernelIpStatus, TheModuleAnswersAndLogsAsTheCasesSay)
         SCOPED_TRACE(c.name);
         Zel::Test::StandInEthernetInfo ethernet({"ips0", "ips1", "ips2", longName},
                                                 Zel::Test::StandInEthernetInfo::BadNumber::Throws);
-        ethernet.deviceCount = c.Has("counted at set-up") ? static_cast<unsigned int>(std::stoi(c.Line("counted at set-up"))) : 4U;
+        ethernet.deviceCount =
+            c.Has("counted at set-up") ? static_cast<unsigned int>(std::stoi(c.Line("counted at set-up"))) : 4U;
         HardwareModuleProvider provider;
         provider.AddHardwareModule(ethernet);
         IpStatusModule module;

@@ -19,7 +19,6 @@
 
 #include <fmt/format.h>
 
-
 namespace {
 
 using namespace Zel::Hardware::Commons::Modules;
@@ -94,9 +93,10 @@ void ExpectSetUpNeedsAnEthernetInfoModule(const std::string& name)
     }
     module.Dispose();
     EXPECT_TRUE(module.IsEnabled());
-    EXPECT_EQ(capture.Text(), fmt::format("7 {0}::SetupSettings()\n7 {0}::SetupSettings()\n7 {0}::Dispose()\n"
-                                          "7 {0}::IsEnabled()\n",
-                                          name));
+    EXPECT_EQ(capture.Text(),
+              fmt::format("7 {0}::SetupSettings()\n7 {0}::SetupSettings()\n7 {0}::Dispose()\n"
+                          "7 {0}::IsEnabled()\n",
+                          name));
 }
 
 TEST(IpModulesSetup, NeedAnEthernetInfoModule)

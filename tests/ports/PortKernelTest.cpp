@@ -79,7 +79,8 @@ TEST_F(KernelPort, KernelFailuresAndTheInterfaceName)
     EXPECT_EQ(i210.GetPortLinkSpeed(), LinkSpeed::Unknown);
     EXPECT_EQ(i210.GetPortLinkDuplex(), LinkDuplex::Unknown);
     for (const char* query : {"State", "Speed", "Duplex"}) {
-        EXPECT_EQ(capture.Count(3, fmt::format("Error GetPortLink{}() for device 3, port 2 (nosuch0): errno 19", query)),
+        EXPECT_EQ(capture.Count(3,
+                                fmt::format("Error GetPortLink{}() for device 3, port 2 (nosuch0): errno 19", query)),
                   1U);
     }
 
