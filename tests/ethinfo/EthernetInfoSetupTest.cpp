@@ -18,8 +18,6 @@
 #include <stdexcept>
 #include <typeinfo>
 
-#include <sys/resource.h>
-
 namespace {
 
 using namespace Zel::Hardware::Commons::Modules;
@@ -160,17 +158,14 @@ TEST(NetworkInterfaceAccess, SystemCallFailuresAreExceptionsWithTheirErrno)
                                            "Could not read mac info from 'zel-absent0': errno 19");
     EXPECT_EQ(OpenDescriptorCount(), before + 1);
 
-    rlimit limit{};
-    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
-    const rlimit none{0, limit.rlim_max};
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-    ExpectThrow<InvalidOperationException>([&] { kernel.ReadLinkInterfaceNames(); },
-                                           "Could not read current interface list:  errno 24");
-    ExpectThrow<InvalidOperationException>([&] { kernel.ReadHardwareAddress("lo"); },
-                                           "Could not open socket for read mac info from 'lo': errno 24");
-    ExpectThrow<InvalidOperationException>([] { EthPortInfoI210Drv(1, 1, "lo"); },
-                                           "Could not open socket for read Ethernet port info");
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+    WithoutFreeDescriptors([&] {
+        ExpectThrow<InvalidOperationException>([&] { kernel.ReadLinkInterfaceNames(); },
+                                               "Could not read current interface list:  errno 24");
+        ExpectThrow<InvalidOperationException>([&] { kernel.ReadHardwareAddress("lo"); },
+                                               "Could not open socket for read mac info from 'lo': errno 24");
+        ExpectThrow<InvalidOperationException>([] { EthPortInfoI210Drv(1, 1, "lo"); },
+                                               "Could not open socket for read Ethernet port info");
+    });
 }
 
 } // namespace

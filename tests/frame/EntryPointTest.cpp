@@ -7,6 +7,8 @@
 // completes its domain, the first log call of a class fails with the
 // framework's message and the channel stays uncreated, so it works once the
 // domain is complete.
+#include "Checks.hpp"
+
 #include <Zel/Hardware/Commons/Modules/HardwareModuleLibraryBase.hpp>
 #include <Zel/Hardware/Commons/Modules/SharedModuleLibraryLoader.hpp>
 #include <Zel/System/Commons/AppDomain.hpp>
@@ -20,10 +22,8 @@
 
 #include <dlfcn.h>
 
-#include <atomic>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace Zel::Test::DomainSubjects {
@@ -77,20 +77,7 @@ TEST(LoadedEntryPoint, ConcurrentFirstCallsShareOneObjectThatGoesWithThePlugin)
     constexpr std::size_t threadCount = 4;
     AppDomain domains[threadCount];
     std::vector<HardwareModuleLibraryBase*> results(threadCount, nullptr);
-    std::atomic<std::size_t> ready{0};
-    std::vector<std::thread> threads;
-    for (std::size_t i = 0; i < threadCount; ++i) {
-        threads.emplace_back([&, i] {
-            ++ready;
-            while (ready.load() < threadCount) {
-                std::this_thread::yield();
-            }
-            results[i] = create(domains[i]);
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
+    Zel::Test::RunTogether(threadCount, [&](std::size_t i) { results[i] = create(domains[i]); });
     ASSERT_NE(results[0], nullptr);
     bool builtFromOne = false;
     for (std::size_t i = 0; i < threadCount; ++i) {

@@ -51,8 +51,10 @@ TEST(FileCopy, AFailedCopyLeavesTheDirectoryAsItWasAReplacingOneRenamesAComplete
     std::filesystem::permissions(source, std::filesystem::perms(0600));
     std::filesystem::permissions(destination, std::filesystem::perms(0640));
 
-    // A directory in the way of the rename fails once the temporary file exists, which is removed.
+    // A directory in the way of the rename fails once the temporary file exists, which is removed. A link
+    // to nothing is a destination that exists for a copy that must not overwrite.
     std::filesystem::create_directories(scratch.Path("busy/entry"));
+    std::filesystem::create_symlink("nothing", scratch.Path("link"));
     const long descriptors = Zel::Test::OpenDescriptorCount();
     const struct {
         std::string from;
@@ -67,6 +69,7 @@ TEST(FileCopy, AFailedCopyLeavesTheDirectoryAsItWasAReplacingOneRenamesAComplete
         {source, scratch.Path("absent/interfaces"), true, true, 0},
         {source, scratch.Path("absent/interfaces"), true, false, 0},
         {source, scratch.Path("busy"), true, true, 0},
+        {source, scratch.Path("link"), false, false, EEXIST},
     };
     for (const auto& f : failures) {
         SCOPED_TRACE(f.from + " -> " + f.to + (f.overwrite ? " overwrite" : "") + (f.atomic ? " atomic" : ""));
@@ -74,7 +77,7 @@ TEST(FileCopy, AFailedCopyLeavesTheDirectoryAsItWasAReplacingOneRenamesAComplete
         EXPECT_FALSE(File::Copy(f.from, f.to, f.overwrite, f.atomic));
         EXPECT_TRUE(f.error == 0 || errno == f.error) << errno;
         EXPECT_EQ(Zel::Test::ReadFile(destination), "old");
-        EXPECT_THAT(Entries(scratch), UnorderedElementsAre("source", "interfaces", "busy"));
+        EXPECT_THAT(Entries(scratch), UnorderedElementsAre("source", "interfaces", "busy", "link"));
         EXPECT_EQ(Zel::Test::OpenDescriptorCount(), descriptors) << "a descriptor was left open";
     }
 
@@ -90,7 +93,7 @@ TEST(FileCopy, AFailedCopyLeavesTheDirectoryAsItWasAReplacingOneRenamesAComplete
     EXPECT_EQ(Zel::Test::ReadFile(destination), std::string(100000, 'n'));
     EXPECT_EQ(ModeAndOwner(destination), "640 4321:4322");
     EXPECT_EQ(ModeAndOwner(source).substr(0, 4), "600 ");
-    EXPECT_THAT(Entries(scratch), UnorderedElementsAre("source", "interfaces", "busy"));
+    EXPECT_THAT(Entries(scratch), UnorderedElementsAre("source", "interfaces", "busy", "link"));
 
     // A missing destination takes the source's permission bits.
     ASSERT_TRUE(File::Copy(source, scratch.Path("new"), true, true));

@@ -3,7 +3,7 @@
 // for byte, a table that a failed registration leaves as it was) and settings
 // whose missing key or cell is a configuration error naming it. The typed
 // lookup of the provider, null for a missing module or one of another type,
-// is pinned through the IP configuration module's set-up (IpConfigModuleTest).
+// is pinned through the IP configuration module's set-up (IpStatusTest).
 #include "StandInEthernetInfo.hpp"
 
 #include <Zel/Hardware/Commons/Modules/ModuleSettings.hpp>
@@ -117,9 +117,10 @@ TEST(Settings, KeysAndCellsAreFoundExactlyAndAMissingOneIsAConfigurationErrorNam
                 ThrowsMessage<InvalidConfigException>(StrEq("Setting field 'ports' is not configured")));
 
     const SettingField& interfaces = settings.GetSettingField("interfaces");
-    EXPECT_EQ(fmt::format("{} {} {} {} {}", interfaces.GetLineCount(), interfaces.GetColumnCount(1),
-                          interfaces.GetSetting(1, 1), interfaces.GetSetting(1, 3), interfaces.GetSetting(2, 1)),
-              "2 3 eth0 Ethernet eth1");
+    EXPECT_EQ(fmt::format("{} {} {} {} {} {} {}", interfaces.GetLineCount(), interfaces.GetColumnCount(0),
+                          interfaces.GetColumnCount(1), interfaces.GetColumnCount(3), interfaces.GetSetting(1, 1),
+                          interfaces.GetSetting(1, 3), interfaces.GetSetting(2, 1)),
+              "2 0 3 0 eth0 Ethernet eth1");
     const std::pair<unsigned int, unsigned int> missing[] = {{0, 1}, {1, 0}, {1, 4}, {2, 2}, {3, 1}, {0xFFFFFFFFU, 1}};
     for (const auto& [line, column] : missing) {
         EXPECT_THAT([&] { (void)interfaces.GetSetting(line, column); },

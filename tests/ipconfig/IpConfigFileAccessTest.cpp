@@ -1,9 +1,9 @@
 // Reading and writing temporary interfaces files: the line rules of one
 // ReadIpPara or WriteIpPara call, with the trace line each call writes, are
-// the rows of cases/read.cases and cases/write.cases; the refusal of values
-// that cannot be written is here. A missing file is a module kernel test;
-// links, mounts and failures of the temporary file are the writer kernel
-// tests.
+// the rows of cases/read.cases and cases/write.cases. Values that cannot be
+// written and a missing file or directory are rows of the module's calls
+// (cases/calls.cases); links, mounts and failures of the temporary file are
+// the writer kernel tests.
 #include "CaseFile.hpp"
 #include "MemoryLogSink.hpp"
 
@@ -64,26 +64,6 @@ TEST_F(IpConfigFileAccessTest, WriteGivesTheExpectedFileAndResult)
         EXPECT_EQ(result == 0 ? c["after"] : c["before"], ReadFile(file));
         EXPECT_FALSE(std::filesystem::exists(file + ".tmp"));
         EXPECT_EQ(1u, capture.Count(8, "IpConfigFileAccess::WriteIpPara(): Write " + value + " to " + key));
-    }
-}
-
-TEST_F(IpConfigFileAccessTest, UnwritableValuesAreRefused)
-{
-    const std::string before = "iface eth0 inet static\n    address 192.168.1.10\n\n";
-    for (const auto& c : Cases("refused.cases")) {
-        for (const std::string key : {"address", "inet"}) {
-            SCOPED_TRACE(c.name + ", " + key);
-            WriteFile(file, before);
-            LogCapture capture(8);
-            EXPECT_EQ(1, access.WriteIpPara("eth0", key, c["value"]));
-            EXPECT_EQ(before, ReadFile(file));
-            EXPECT_FALSE(std::filesystem::exists(file + ".tmp"));
-            ASSERT_EQ(1u, capture.Records().size());
-            EXPECT_EQ("IpConfigFileAccess::WriteIpPara(): Refused value for " + key + ": " + c["reason"],
-                      capture.Records()[0].text + "\n");
-            EXPECT_EQ(3, capture.Records()[0].level);
-            EXPECT_EQ("Zel.Hardware.Modules.Commons.Linux.IpConfigFileAccess", capture.Records()[0].channel);
-        }
     }
 }
 

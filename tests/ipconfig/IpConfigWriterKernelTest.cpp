@@ -1,7 +1,8 @@
-// Writers of /etc/network/interfaces against each other, against kills, and
-// on files behind links, bind mounts and read-only mounts, inside the network
+// Writers of /etc/network/interfaces against kills and power cuts, and on
+// files behind links, bind mounts and read-only mounts, inside the network
 // sandbox (a private tmpfs over /etc/network; its mounts are the sandbox's
-// own).
+// own). Writers against each other are the stress test's: each write locks
+// through a descriptor of its own, so threads contend as processes do.
 #include "CaseFile.hpp"
 #include "MemoryLogSink.hpp"
 #include "PowerCutDisk.hpp"
@@ -103,54 +104,6 @@ protected:
     LogCapture quiet{3};
     IpConfigFileAccess access{parameterOrder};
 };
-
-// Writer processes, as the controller and nimhost are; threads of one
-// process writing are the stress test's, under the thread sanitizer.
-class IpConfigRace : public IpConfigWriters, public ::testing::WithParamInterface<std::size_t> {};
-
-TEST_P(IpConfigRace, EveryRoundGivesTheSequentialResult)
-{
-    const std::size_t writers = GetParam();
-    const auto calls = Cases("race.cases").at(0).Lines("calls");
-    ASSERT_LE(writers, calls.size());
-    const auto writeCall = [&](std::size_t w) {
-        std::istringstream call(calls[w]);
-        std::string interfaceName, key, value;
-        call >> interfaceName >> key >> value;
-        return access.WriteIpPara(interfaceName, key, value);
-    };
-    const std::string board = BoardFile();
-    WriteFile(interfacesFile, board);
-    for (std::size_t w = writers; w-- > 0;) { // backwards: any order gives the same file
-        ASSERT_EQ(0, writeCall(w));
-    }
-    const std::string expected = ReadFile(interfacesFile);
-
-    for (int round = 0; round < 200; ++round) {
-        WriteFile(interfacesFile, board);
-        // The writers wait on `go` and all start when it is closed.
-        int go[2];
-        ASSERT_EQ(0, ::pipe(go));
-        for (std::size_t w = 0; w < writers; ++w) {
-            const pid_t writer = ::fork();
-            ASSERT_GE(writer, 0) << "round " << round;
-            if (writer == 0) {
-                char ignored = 0;
-                ::close(go[1]);
-                _exit(::read(go[0], &ignored, 1) == 0 ? writeCall(w) : 2);
-            }
-        }
-        ::close(go[0]);
-        ::close(go[1]);
-        for (int status = 0; ::wait(&status) > 0;) {
-            EXPECT_EQ(0, status) << "round " << round << ": a writer failed";
-        }
-        ASSERT_EQ(expected, ReadFile(interfacesFile)) << "round " << round;
-        ASSERT_EQ("interfaces", Entries(networkDirectory)) << "round " << round;
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Processes, IpConfigRace, ::testing::Values(2, 8));
 
 // A writer killed anywhere leaves the old or the new file, whole, with its
 // mode and owner, and at most its own temporary file, which the next write

@@ -11,6 +11,7 @@
 
 #include <Zel/Hardware/Commons/Modules/HardwareModuleProvider.hpp>
 #include <Zel/Hardware/Commons/Modules/ModuleSettings.hpp>
+#include <Zel/System/Commons/Exception.hpp>
 
 #include <gtest/gtest.h>
 
@@ -18,6 +19,8 @@
 
 #include <cstdint>
 #include <map>
+#include <sstream>
+#include <stdexcept>
 
 namespace {
 
@@ -42,11 +45,14 @@ TEST_F(KernelIpStatus, QueriesAnswerAndTraceAsTheCasesSay)
     const IpStatusSocketAccess access;
     for (const auto& c : Zel::Test::Cases("kernel.cases")) {
         SCOPED_TRACE(c.name);
-        const std::string query = c.Line("query");
-        const std::size_t blank = query.find(' ');
+        // "<query> <interface>", or with "device <n> of <count>" (device 1 of 1).
+        std::istringstream words(c.Line("query"));
+        std::string query, name, word;
+        std::uint32_t device = 1, count = 1;
+        words >> query >> name >> word >> device >> word >> count;
         Zel::Test::LogCapture capture(8);
         BasicString result("unchanged");
-        const int status = (access.*queries.at(query.substr(0, blank)))(1, 1, query.substr(blank + 1), result);
+        const int status = (access.*queries.at(query))(device, count, name, result);
         EXPECT_EQ(fmt::format("{} {}\n", status, result), c["answer"]);
         EXPECT_EQ(capture.Text(), c["trace"]);
     }
@@ -56,33 +62,35 @@ TEST_F(KernelIpStatus, QueriesAnswerAndTraceAsTheCasesSay)
 }
 
 // The module over a stand-in Ethernet module naming the scenario's
-// interfaces.
-TEST_F(KernelIpStatus, TheModuleAnswersTheKernelsAddressNetmaskAndGateway)
+// interfaces, which counted all four or, as a case says, fewer at set-up.
+TEST_F(KernelIpStatus, TheModuleAnswersAndLogsAsTheCasesSay)
 {
-    Zel::Test::StandInEthernetInfo ethernet({"ips0", "ips1", "ips2", longName},
-                                            Zel::Test::StandInEthernetInfo::BadNumber::Throws);
-    HardwareModuleProvider provider;
-    provider.AddHardwareModule(ethernet);
-    IpStatusModule module;
-    module.SetupSettings(ModuleSettings(), provider);
-
-    // ips0: the first of two addresses; its gateway stands in the table as
-    // 0102A8C0. ips1: of two default routes the one added first is listed
-    // later (higher metric) and wins. ips2: no address, no default route.
-    const std::vector<std::string> expected = {"192.168.2.10 192.168.2.10 255.255.255.0 192.168.2.1",
-                                               "10.1.0.5 10.1.0.5 255.255.240.0 10.1.0.2",
-                                               "0.0.0.0 0.0.0.0 0.0.0.0 0.0.0.0",
-                                               "172.16.5.9 172.16.5.9 255.255.0.0 172.16.0.1"};
-    for (unsigned int device = 1; device <= expected.size(); ++device) {
-        EXPECT_EQ(fmt::format("{} {} {} {}", module.GetIpAddress(device), module.GetDeviceIpAddress(device),
-                              module.GetSubnetMask(device), module.GetDefaultGateway(device)),
-                  expected[device - 1]);
+    for (const auto& c : Zel::Test::Cases("module.cases")) {
+        SCOPED_TRACE(c.name);
+        Zel::Test::StandInEthernetInfo ethernet({"ips0", "ips1", "ips2", longName},
+                                                Zel::Test::StandInEthernetInfo::BadNumber::Throws);
+        ethernet.deviceCount =
+            c.Has("counted at set-up") ? static_cast<unsigned int>(std::stoi(c.Line("counted at set-up"))) : 4U;
+        HardwareModuleProvider provider;
+        provider.AddHardwareModule(ethernet);
+        IpStatusModule module;
+        module.SetupSettings(ModuleSettings(), provider);
+        const auto device = static_cast<unsigned int>(std::stoul(c.Line("device")));
+        Zel::Test::LogCapture capture(8);
+        std::string answers;
+        for (const auto query : {&IpStatusModule::GetIpAddress, &IpStatusModule::GetDeviceIpAddress,
+                                 &IpStatusModule::GetSubnetMask, &IpStatusModule::GetDefaultGateway}) {
+            try {
+                answers += (module.*query)(device) + "\n";
+            } catch (const Zel::System::Commons::Exception& e) {
+                answers += "throws " + e.GetMessage() + "\n";
+            } catch (const std::out_of_range&) {
+                answers += "throws out of range\n";
+            }
+        }
+        EXPECT_EQ(answers, c["answers"]);
+        EXPECT_EQ(capture.Text(), c["messages"]);
     }
-    // Each query is traced at level 8 with its device number, then its answer.
-    Zel::Test::LogCapture capture(8);
-    module.GetSubnetMask(2);
-    EXPECT_TRUE(capture.Contains(8, "IpStatusModule::GetSubnetMask(): 2"));
-    EXPECT_TRUE(capture.Contains(8, "IpStatusModule::GetSubnetMask(): 255.255.240.0"));
 }
 
 } // namespace

@@ -114,7 +114,7 @@ TEST_F(SpiSwitchPort, RegisterDecodingTables)
     reader.Open(settings, 3);
     spi8794.ClearTransfers();
     unsigned char value = 0;
-    ASSERT_TRUE(reader.Read(0xAB, value));
+    ASSERT_TRUE(reader.ReadRegister(0xAB, value));
     EXPECT_EQ(value, 0x42);
     ExpectCommands(spi8794, {{0x61, 0x56, 0x00}});
     reader.Close();

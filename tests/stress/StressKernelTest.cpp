@@ -33,7 +33,6 @@
 #include <mutex>
 #include <shared_mutex>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -46,6 +45,7 @@ using namespace Zel::System::Commons::Logging;
 using Zel::Hardware::Nim::AccessErrorCode;
 using Zel::Test::LogCapture;
 using Zel::Test::Named;
+using Zel::Test::RunTogether;
 
 constexpr std::size_t queryThreads = 8;
 constexpr std::size_t iterationsPerThread = 120;
@@ -65,26 +65,6 @@ std::vector<std::string> Problems(const LogCapture& capture)
         }
     }
     return problems;
-}
-
-// Runs body(0) to body(runners - 1) on threads that start at the same
-// moment, so that the first calls race, and waits for all of them.
-template <typename Body>
-void RunTogether(std::size_t runners, const Body& body)
-{
-    std::atomic<std::size_t> arrived{0};
-    std::vector<std::thread> threads;
-    for (std::size_t t = 0; t < runners; ++t) {
-        threads.emplace_back([&, t] {
-            for (++arrived; arrived.load() < runners;) {
-                std::this_thread::yield();
-            }
-            body(t);
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
 }
 
 const std::vector<Zel::Test::Case> rigCases = Zel::Test::Cases("rig.cases");

@@ -272,6 +272,12 @@ int IpConfigFileAccess::WriteIpPara(const BasicString& interfaceName, const Basi
     // From truncating the temporary file until the new content is in place.
     ScopedDescriptor lock(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     const int lockResult = lock.Get() < 0 ? errno : LockWithin(lock.Get(), lockTimeout);
+    if (lockResult == ENOENT || lockResult == ENOTDIR) {
+        // No directory, no file: the file cannot be opened, and that is what
+        // the controller's log has always said for it.
+        log(Error, openError, fileName);
+        return 1;
+    }
     if (lockResult == EWOULDBLOCK) {
         log(Error, lockTimedOut, directory, lockTimeout.count());
         return 1;

@@ -73,7 +73,7 @@ EthPortInfoSwitchKSZ8794spi::~EthPortInfoSwitchKSZ8794spi()
 LinkState EthPortInfoSwitchKSZ8794spi::GetPortLinkState() const
 {
     unsigned char value = 0;
-    if (!spi.Read(regLink, value)) {
+    if (!spi.ReadRegister(regLink, value)) {
         return LinkState::Unknown;
     }
     return (value & LinkUpBit) != 0 ? LinkState::Up : LinkState::Down;
@@ -83,7 +83,7 @@ LinkSpeed EthPortInfoSwitchKSZ8794spi::GetPortLinkSpeed() const
 {
     // Without a link the mode register is not read at all.
     unsigned char mode = 0;
-    if (GetPortLinkState() != LinkState::Up || !spi.Read(regMode, mode)) {
+    if (GetPortLinkState() != LinkState::Up || !spi.ReadRegister(regMode, mode)) {
         return LinkSpeed::Unknown;
     }
     return DecodeSpeed(mode);
@@ -92,7 +92,7 @@ LinkSpeed EthPortInfoSwitchKSZ8794spi::GetPortLinkSpeed() const
 LinkDuplex EthPortInfoSwitchKSZ8794spi::GetPortLinkDuplex() const
 {
     unsigned char mode = 0;
-    if (GetPortLinkState() != LinkState::Up || !spi.Read(regMode, mode)) {
+    if (GetPortLinkState() != LinkState::Up || !spi.ReadRegister(regMode, mode)) {
         return LinkDuplex::Unknown;
     }
     return DecodeDuplex(mode);

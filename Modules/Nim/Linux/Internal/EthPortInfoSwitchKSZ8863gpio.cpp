@@ -71,7 +71,7 @@ LinkState EthPortInfoSwitchKSZ8863gpio::GetPortLinkState() const
 bool EthPortInfoSwitchKSZ8863gpio::ReadStatus(unsigned char& status) const
 {
     // Without a link the switch is not asked at all.
-    return GetPortLinkState() == LinkState::Up && spi.Read(regStatus, status);
+    return GetPortLinkState() == LinkState::Up && spi.ReadRegister(regStatus, status);
 }
 
 LinkSpeed EthPortInfoSwitchKSZ8863gpio::GetPortLinkSpeed() const

@@ -50,24 +50,24 @@ constexpr const char* ChipIdUnreadable = "Could not read driver KSZ8863_REG_CHIP
 void SpiSwitchRegisterReader::Open(const ::Zel::Hardware::Commons::Modules::ModuleSettings& settings,
                                    unsigned int deviceIndex)
 {
-    if (fd >= 0) {
+    if (fdSpi >= 0) {
         return;
     }
     const BasicString& path = settings.GetSetting(BasicString::Format("path.{0}.spi", deviceIndex));
-    fd = open(path.c_str(), O_RDWR);
-    if (fd < 0) {
+    fdSpi = open(path.c_str(), O_RDWR);
+    if (fdSpi < 0) {
         throw InvalidOperationException(BasicString::Format("Could not open driver '{0}'.", path));
     }
 
     unsigned char value = 0;
-    if (!Read(RegChipId0, value)) {
+    if (!ReadRegister(RegChipId0, value)) {
         throw InvalidOperationException(BasicString(ChipIdUnreadable));
     }
     if (value != chip.chipId0) {
         log(Error, "KSZ8863: Chip id0 mismatch. {0}", value);
         throw NotSupportedException(BasicString(chip.chipId0Mismatch));
     }
-    if (!Read(RegChipId1, value)) {
+    if (!ReadRegister(RegChipId1, value)) {
         throw InvalidOperationException(BasicString(ChipIdUnreadable));
     }
     const unsigned int family = value & ChipId1FamilyMask;
@@ -80,16 +80,16 @@ void SpiSwitchRegisterReader::Open(const ::Zel::Hardware::Commons::Modules::Modu
 void SpiSwitchRegisterReader::Close()
 {
     // Descriptor 0 is never taken for ours.
-    if (fd > 0) {
-        close(fd);
-        fd = -1;
+    if (fdSpi > 0) {
+        close(fdSpi);
+        fdSpi = -1;
     }
 }
 
-bool SpiSwitchRegisterReader::Read(unsigned char reg, unsigned char& value) const
+bool SpiSwitchRegisterReader::ReadRegister(unsigned char reg, unsigned char& value) const
 {
-    if (fd < 0) {
-        log(Error, "Error in ReadRegister(): Handle invalid.fdSpi = {0}", fd);
+    if (fdSpi < 0) {
+        log(Error, "Error in ReadRegister(): Handle invalid.fdSpi = {0}", fdSpi);
         return false;
     }
 
@@ -104,7 +104,7 @@ bool SpiSwitchRegisterReader::Read(unsigned char reg, unsigned char& value) cons
     transfer.rx_buf = reinterpret_cast<std::uintptr_t>(rx.data());
     transfer.len = static_cast<std::uint32_t>(tx.size());
 
-    const int result = ioctl(fd, SPI_IOC_MESSAGE(1), &transfer);
+    const int result = ioctl(fdSpi, SPI_IOC_MESSAGE(1), &transfer);
     if (result < 0) {
         // The ioctl's result, not errno, is what the message has always shown.
         log(Error, chip.transferFailed, result);

@@ -31,10 +31,10 @@ struct SpiSwitchChip {
 // (each class holds one reader as a static). Open opens the device named by
 // "path.{device}.spi" and checks the chip; every later Open of the class finds
 // it open and returns without reading the setting, also after a failed check,
-// which leaves the device open. Close closes it for all
-// ports. Messages go to the owning class's log channel. Read is const, never
-// throws and may run on any thread; Open and Close run during set-up and
-// destruction of the device table, which the framework serialises.
+// which leaves the device open. Close closes it for all ports. The descriptor
+// is fdSpi. Messages go to the owning class's log channel. ReadRegister is
+// const, never throws and may run on any thread; Open and Close run during
+// set-up and destruction of the device table, which the framework serialises.
 class SpiSwitchRegisterReader {
 public:
     using LogChannel = ::Zel::System::Commons::Logging::LogChannel;
@@ -50,7 +50,7 @@ public:
     // chip is another one.
     void Open(const ::Zel::Hardware::Commons::Modules::ModuleSettings& settings, unsigned int deviceIndex);
     // One SPI_IOC_MESSAGE transfer; false (and one error message) on failure.
-    bool Read(unsigned char reg, unsigned char& value) const;
+    bool ReadRegister(unsigned char reg, unsigned char& value) const;
     void Close();
 
 private:
@@ -58,7 +58,7 @@ private:
     const LogChannel& log;
     // Raw and not scoped: shared by all ports of the class, closed by the
     // first of their destructors, and left open after a failed chip check.
-    int fd = -1;
+    int fdSpi = -1;
 };
 
 } // namespace Zel::Hardware::Modules::Nim::Linux::Internal
