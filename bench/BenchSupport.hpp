@@ -8,8 +8,12 @@
 
 #include <benchmark/benchmark.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <array>
 #include <atomic>
+#include <cstring>
 #include <functional>
 #include <optional>
 #include <string>
@@ -59,6 +63,26 @@ void Measure(benchmark::State& state, Call&& call, const std::string& suffix = s
         call();
     }
     allocations.Report(state);
+}
+
+// The bare pattern of a status read through a file kept open: one pread of
+// `Size` bytes from the start, its first byte compared with `up`. `error`
+// is the skip reason when the file cannot be opened.
+template <std::size_t Size>
+void MeasureBarePread(benchmark::State& state, const std::string& path, char up, const char* error)
+{
+    const int fd = open(path.c_str(), O_RDONLY);
+    if (fd < 0) {
+        state.SkipWithError(error);
+        return;
+    }
+    Measure(state, [&] {
+        char buffer[Size];
+        std::memset(buffer, 0, sizeof buffer);
+        benchmark::DoNotOptimize(pread(fd, buffer, sizeof buffer, 0));
+        benchmark::DoNotOptimize(buffer[0] == up);
+    });
+    close(fd);
 }
 
 } // namespace Zel::Bench

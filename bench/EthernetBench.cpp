@@ -48,18 +48,7 @@ void SysFileBare(benchmark::State& state)
     }
     static const char* const files[] = {"operstate", "speed", "duplex"};
     const std::string path = std::string("/sys/class/net/") + sysFileInterface + "/" + files[Query];
-    const int fd = open(path.c_str(), O_RDONLY);
-    if (fd < 0) {
-        state.SkipWithError("cannot open the attribute file");
-        return;
-    }
-    Measure(state, [&] {
-        char buffer[12];
-        std::memset(buffer, 0, sizeof buffer);
-        benchmark::DoNotOptimize(pread(fd, buffer, sizeof buffer, 0));
-        benchmark::DoNotOptimize(buffer[0] == 'u');
-    });
-    close(fd);
+    MeasureBarePread<12>(state, path, 'u', "cannot open the attribute file");
 }
 
 // ---- I210 port: one ioctl on a kept socket per query ------------------------

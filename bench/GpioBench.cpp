@@ -110,18 +110,7 @@ void ValueFileLibrary(benchmark::State& state)
 
 void ValueFileBare(benchmark::State& state)
 {
-    const int fd = open(Environment("ZEL_BENCH_GPIO_VALUE").c_str(), O_RDONLY);
-    if (fd < 0) {
-        state.SkipWithError("cannot open the value file");
-        return;
-    }
-    Measure(state, [&] {
-        char buffer[2];
-        std::memset(buffer, 0, sizeof buffer);
-        benchmark::DoNotOptimize(pread(fd, buffer, sizeof buffer, 0));
-        benchmark::DoNotOptimize(buffer[0] == '1');
-    });
-    close(fd);
+    MeasureBarePread<2>(state, Environment("ZEL_BENCH_GPIO_VALUE"), '1', "cannot open the value file");
 }
 
 // Without lines to read the rows stay out of the run ("not run" in the table).
