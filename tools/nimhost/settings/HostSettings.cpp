@@ -1,0 +1,309 @@
+#include "settings/HostSettings.hpp"
+
+#include "settings/SettingsCheck.hpp"
+#include "text/UsageError.hpp"
+
+#include <Zel/Hardware/Commons/Modules/HardwareModuleName.hpp>
+#include <Zel/Hardware/Nim/Modules/IEthernetInfoModule.hpp>
+
+#include <fmt/format.h>
+#include <toml++/toml.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <sstream>
+
+namespace Zel::Tools::Nimhost {
+
+using Zel::Hardware::Commons::Modules::SettingField;
+
+namespace {
+
+// The name of the sub-table that holds a module's setting fields.
+constexpr std::string_view fieldsKey = "fields";
+
+bool IsBareKey(std::string_view key)
+{
+    return !key.empty() && std::all_of(key.begin(), key.end(), [](char c) {
+        return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_' || c == '-';
+    });
+}
+
+// A TOML basic string holding `text` exactly.
+std::string Quote(std::string_view text)
+{
+    std::string quoted = "\"";
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        switch (c) {
+        case '"':
+            quoted += "\\\"";
+            break;
+        case '\\':
+            quoted += "\\\\";
+            break;
+        case '\n':
+            quoted += "\\n";
+            break;
+        case '\t':
+            quoted += "\\t";
+            break;
+        case '\r':
+            quoted += "\\r";
+            break;
+        default:
+            if (byte < 0x20U || byte == 0x7FU) {
+                quoted += fmt::format("\\u{:04X}", static_cast<unsigned int>(byte));
+            } else {
+                quoted += c;
+            }
+        }
+    }
+    quoted += '"';
+    return quoted;
+}
+
+std::string KeyText(std::string_view key)
+{
+    return IsBareKey(key) ? std::string(key) : Quote(key);
+}
+
+// Reports a fault at a node of the file: "file:line:column: key 'k': text".
+class FaultReporter {
+public:
+    explicit FaultReporter(const std::string& path) : path(path) {}
+
+    [[noreturn]] void At(const toml::source_region& where, const std::string& key, const std::string& text) const
+    {
+        throw UsageError(fmt::format("{}:{}:{}: key '{}': {}", path, where.begin.line, where.begin.column, key, text));
+    }
+
+private:
+    const std::string& path;
+};
+
+std::string TypeName(const toml::node& node)
+{
+    std::ostringstream out;
+    out << node.type();
+    return out.str();
+}
+
+// A setting is text as the user wrote it; other TOML types would reach the
+// module in a form the user never wrote (0x10 as "16"), so they are refused.
+std::string RequireText(const toml::node& node, const std::string& key, const FaultReporter& fault,
+                        const std::string& what)
+{
+    if (const auto* text = node.as_string()) {
+        return text->get();
+    }
+    if (node.is_table()) {
+        fault.At(node.source(), key,
+                 fmt::format("{} must be text, not a table (a dotted key needs quotes: \"path.1.1.sysFile\" = ...)",
+                             what));
+    }
+    fault.At(node.source(), key, fmt::format("{} must be text in quotes, not {}", what, TypeName(node)));
+}
+
+SettingField ReadField(const std::string& name, const toml::node& node, const std::string& key,
+                       const FaultReporter& fault)
+{
+    const auto* lines = node.as_array();
+    if (lines == nullptr) {
+        fault.At(node.source(), key, fmt::format("a setting field must be an array of lines, not {}", TypeName(node)));
+    }
+    SettingField field(name);
+    unsigned int lineNumber = 0;
+    for (const toml::node& lineNode : *lines) {
+        ++lineNumber;
+        const auto* columns = lineNode.as_array();
+        if (columns == nullptr) {
+            fault.At(lineNode.source(), key,
+                     fmt::format("line {} must be an array of texts, not {}", lineNumber, TypeName(lineNode)));
+        }
+        std::vector<BasicString> texts;
+        unsigned int columnNumber = 0;
+        for (const toml::node& column : *columns) {
+            ++columnNumber;
+            texts.emplace_back(
+                RequireText(column, key, fault, fmt::format("line {} column {}", lineNumber, columnNumber)));
+        }
+        field.AddLine(std::move(texts));
+    }
+    return field;
+}
+
+ModuleSettings ReadModule(const std::string& moduleKey, const toml::table& table, const FaultReporter& fault)
+{
+    ModuleSettings settings;
+    for (auto&& [key, node] : table) {
+        const std::string name(key.str());
+        const std::string keyPath = moduleKey + "." + KeyText(name);
+        if (name != fieldsKey) {
+            settings.AddSetting(name, RequireText(node, keyPath, fault, "a setting"));
+            continue;
+        }
+        const auto* fields = node.as_table();
+        if (fields == nullptr) {
+            fault.At(node.source(), keyPath,
+                     fmt::format("must be the table of setting fields, not {}", TypeName(node)));
+        }
+        for (auto&& [fieldKey, fieldNode] : *fields) {
+            const std::string fieldName(fieldKey.str());
+            settings.AddSettingField(fieldName,
+                                     ReadField(fieldName, fieldNode, keyPath + "." + KeyText(fieldName), fault));
+        }
+    }
+    return settings;
+}
+
+} // namespace
+
+BasicString EthernetInfoModuleName()
+{
+    return Zel::Hardware::Commons::Modules::GetModuleNameOf<Zel::Hardware::Nim::Modules::IEthernetInfoModule>();
+}
+
+HostSettings HostSettings::LoadFile(const std::string& path)
+{
+    // A directory or an empty name would read as a file without tables: no
+    // devices and no word of why.
+    std::error_code error;
+    if (path.empty()) {
+        throw UsageError("--config needs the name of a settings file");
+    }
+    if (std::filesystem::is_directory(path, error)) {
+        throw UsageError(fmt::format("--config {}: is a directory; name a settings file (TOML)", path));
+    }
+    toml::table root;
+    try {
+        root = toml::parse_file(path);
+    } catch (const toml::parse_error& e) {
+        const auto& where = e.source().begin;
+        if (where.line == 0) {
+            // Not a position in the file (for example: it cannot be opened).
+            throw UsageError(fmt::format("{}: {}", path, e.description()));
+        }
+        throw UsageError(fmt::format("{}:{}:{}: {}", path, where.line, where.column, e.description()));
+    }
+
+    const FaultReporter fault(path);
+    HostSettings settings;
+    settings.path = path;
+    for (auto&& [key, node] : root) {
+        const std::string moduleName(key.str());
+        const auto* table = node.as_table();
+        if (table == nullptr) {
+            fault.At(node.source(), KeyText(moduleName),
+                     "the top level holds only tables named after modules, such as "
+                     "[\"Zel.Hardware.Nim.Modules.IEthernetInfoModule\"]");
+        }
+        settings.modules.emplace(moduleName, ReadModule(KeyText(moduleName), *table, fault));
+        settings.positions.emplace(moduleName, Position{key.source().begin.line, key.source().begin.column});
+    }
+    settings.document = std::make_shared<const toml::table>(std::move(root));
+    return settings;
+}
+
+HostSettings HostSettings::FromInterfaces(const std::vector<std::string>& interfaceNames)
+{
+    ModuleSettings ethernet;
+    SettingField table("interfaces");
+    unsigned int device = 0;
+    for (const auto& name : interfaceNames) {
+        if (name == "lo") {
+            continue;
+        }
+        ++device;
+        const std::string number = std::to_string(device);
+        table.AddLine({number, name, name, "1", "sysFile", name, "Ethernet"});
+        ethernet.AddSetting(fmt::format("path.{}.1.sysFile", device), "/sys/class/net/" + name + "/");
+    }
+    ethernet.AddSettingField("interfaces", std::move(table));
+
+    HostSettings settings;
+    settings.modules.emplace(EthernetInfoModuleName(), std::move(ethernet));
+    return settings;
+}
+
+void HostSettings::CheckModuleNames(const std::vector<BasicString>& registeredNames) const
+{
+    for (const auto& [name, settings] : modules) {
+        if (std::find(registeredNames.begin(), registeredNames.end(), name) != registeredNames.end()) {
+            continue;
+        }
+        std::string known;
+        for (const auto& registered : registeredNames) {
+            known += known.empty() ? std::string(registered) : ", " + registered;
+        }
+        const auto position = positions.find(name);
+        const std::string where = position == positions.end()
+            ? DescribeOrigin()
+            : fmt::format("{}:{}:{}", path, position->second.line, position->second.column);
+        throw UsageError(fmt::format("{}: key '{}': the plug-in registers no module of that name (it registers: {})",
+                                     where, KeyText(name), known.empty() ? "none" : known));
+    }
+}
+
+std::vector<std::string> HostSettings::Check(const std::vector<std::string>& machineInterfaces) const
+{
+    return document ? CheckSettingsFile(*document, path, machineInterfaces) : std::vector<std::string>{};
+}
+
+const ModuleSettings& HostSettings::For(const BasicString& moduleName) const
+{
+    static const ModuleSettings none;
+    const auto found = modules.find(moduleName);
+    return found != modules.end() ? found->second : none;
+}
+
+BasicString HostSettings::PortMode(unsigned int device) const
+{
+    const ModuleSettings& ethernet = For(EthernetInfoModuleName());
+    if (device == 0 || !ethernet.HasSettingField("interfaces")) {
+        return {};
+    }
+    const SettingField& table = ethernet.GetSettingField("interfaces");
+    if (device > table.GetLineCount() || table.GetColumnCount(device) < 5) {
+        return {};
+    }
+    return table.GetSetting(device, 5);
+}
+
+std::string HostSettings::DescribeOrigin() const
+{
+    return path.empty() ? std::string("built from this machine's interfaces") : path;
+}
+
+std::string HostSettings::ToToml() const
+{
+    std::string text;
+    for (const auto& [name, settings] : modules) {
+        if (!text.empty()) {
+            text += '\n';
+        }
+        const std::string header = KeyText(name);
+        text += fmt::format("[{}]\n", header);
+        for (const auto& [key, value] : settings.GetSettings()) {
+            text += fmt::format("{} = {}\n", KeyText(key), Quote(value));
+        }
+        if (settings.GetSettingFields().empty()) {
+            continue;
+        }
+        text += fmt::format("\n[{}.{}]\n", header, fieldsKey);
+        for (const auto& [fieldName, field] : settings.GetSettingFields()) {
+            text += fmt::format("{} = [\n", KeyText(fieldName));
+            for (unsigned int line = 1; line <= field.GetLineCount(); ++line) {
+                std::string columns;
+                for (unsigned int column = 1; column <= field.GetColumnCount(line); ++column) {
+                    columns += (column > 1 ? ", " : "") + Quote(field.GetSetting(line, column));
+                }
+                text += fmt::format("  [{}],\n", columns);
+            }
+            text += "]\n";
+        }
+    }
+    return text;
+}
+
+} // namespace Zel::Tools::Nimhost
