@@ -108,6 +108,32 @@ void Failed(PrometheusText& text, const Labels& labels, const std::string& query
     }
 }
 
+// One sample per query of the device that threw (see Failed).
+void FailedQueries(PrometheusText& text, const DeviceReport& device)
+{
+    const Labels labels = DeviceLabels(device);
+    Failed(text, labels, "IEthernetInfoModule::GetPublicInterfaceName", device.publicName);
+    Failed(text, labels, "IEthernetInfoModule::GetInterfaceName", device.interfaceName);
+    Failed(text, labels, "IEthernetInfoModule::GetMacAddress", device.macAddress);
+    Failed(text, labels, "IEthernetInfoModule::GetInterfaceType", device.type);
+    Failed(text, labels, "IEthernetInfoModule::GetPortCount", device.portCount);
+    for (const auto& port : device.ports) {
+        const Labels portLabels = PortLabels(device, port);
+        Failed(text, portLabels, "IEthernetInfoModule::GetPortPublicName", port.publicName);
+        Failed(text, portLabels, "IEthernetInfoModule::GetPortLinkState", port.state);
+        Failed(text, portLabels, "IEthernetInfoModule::GetPortLinkSpeed", port.speed);
+        Failed(text, portLabels, "IEthernetInfoModule::GetPortLinkDuplex", port.duplex);
+    }
+    Failed(text, labels, "IIpStatusModule::GetIpAddress", device.liveAddress);
+    Failed(text, labels, "IIpStatusModule::GetSubnetMask", device.liveNetmask);
+    Failed(text, labels, "IIpStatusModule::GetDefaultGateway", device.liveGateway);
+    Failed(text, labels, "IIpConfigModule::GetIpAddress", device.address);
+    Failed(text, labels, "IIpConfigModule::GetSubnetMask", device.netmask);
+    Failed(text, labels, "IIpConfigModule::GetDefaultGateway", device.gateway);
+    Failed(text, labels, "IIpConfigModule::GetDnsNameservers", device.nameServers);
+    Failed(text, labels, "IIpConfigModule::GetIpAssignMode", device.method);
+}
+
 } // namespace
 
 MetricsSnapshot CollectMetrics(const PluginHost& host, const HostSettings& settings)
@@ -191,27 +217,7 @@ std::string RenderMetrics(const MetricsSnapshot& snapshot, const std::optional<W
            "the interfaces file does not set is none.",
            [&] {
                for (const auto& device : devices) {
-                   const Labels labels = DeviceLabels(device);
-                   Failed(text, labels, "IEthernetInfoModule::GetPublicInterfaceName", device.publicName);
-                   Failed(text, labels, "IEthernetInfoModule::GetInterfaceName", device.interfaceName);
-                   Failed(text, labels, "IEthernetInfoModule::GetMacAddress", device.macAddress);
-                   Failed(text, labels, "IEthernetInfoModule::GetInterfaceType", device.type);
-                   Failed(text, labels, "IEthernetInfoModule::GetPortCount", device.portCount);
-                   for (const auto& port : device.ports) {
-                       const Labels portLabels = PortLabels(device, port);
-                       Failed(text, portLabels, "IEthernetInfoModule::GetPortPublicName", port.publicName);
-                       Failed(text, portLabels, "IEthernetInfoModule::GetPortLinkState", port.state);
-                       Failed(text, portLabels, "IEthernetInfoModule::GetPortLinkSpeed", port.speed);
-                       Failed(text, portLabels, "IEthernetInfoModule::GetPortLinkDuplex", port.duplex);
-                   }
-                   Failed(text, labels, "IIpStatusModule::GetIpAddress", device.liveAddress);
-                   Failed(text, labels, "IIpStatusModule::GetSubnetMask", device.liveNetmask);
-                   Failed(text, labels, "IIpStatusModule::GetDefaultGateway", device.liveGateway);
-                   Failed(text, labels, "IIpConfigModule::GetIpAddress", device.address);
-                   Failed(text, labels, "IIpConfigModule::GetSubnetMask", device.netmask);
-                   Failed(text, labels, "IIpConfigModule::GetDefaultGateway", device.gateway);
-                   Failed(text, labels, "IIpConfigModule::GetDnsNameservers", device.nameServers);
-                   Failed(text, labels, "IIpConfigModule::GetIpAssignMode", device.method);
+                   FailedQueries(text, device);
                }
            });
     if (tally) {

@@ -82,6 +82,27 @@ std::size_t PortNameCount(const std::string& text)
     return count;
 }
 
+// One line of the "interfaces" table, with a complete set of columns or not.
+struct TableLine {
+    const toml::node& node;
+    const toml::array& columns;
+    unsigned int number;
+    // The table's key in the file, as the problems name it.
+    const std::string& tableKey;
+
+    // A column's text; empty when it is not a text (reported when the file was read).
+    std::string Text(std::size_t column) const
+    {
+        const toml::node* cell = columns.get(column);
+        return cell != nullptr && cell->is_string() ? cell->as_string()->get() : std::string();
+    }
+    // Where a column is, or the line when it lacks the column.
+    toml::source_region Where(std::size_t column) const
+    {
+        return column < columns.size() ? columns[column].source() : node.source();
+    }
+};
+
 class Checker {
 public:
     Checker(const std::string& path, const std::vector<std::string>& machine) : path(path), machine(machine) {}
@@ -107,6 +128,14 @@ private:
         return fmt::format("{}:{}:{}: key '{}': ", path, where.begin.line, where.begin.column, key);
     }
 
+    unsigned int CheckMandatory(const toml::table& module, const std::string& moduleKey);
+    const toml::array* FindInterfaceTable(const toml::table& module, const std::string& moduleKey,
+                                          const toml::source_region& header);
+    unsigned int CheckColumns(const TableLine& line);
+    void CheckOnMachine(const TableLine& line, unsigned int mandatory, bool& onMachine);
+    void CheckPortKeys(const toml::table& module, const std::string& moduleKey, const TableLine& line,
+                       unsigned int portCount, bool onMachine, std::set<std::string>& used);
+    void WarnUnread(const toml::table& module, const std::string& moduleKey, const std::set<std::string>& used);
     void CheckPath(const toml::table& module, const std::string& moduleKey, const toml::source_region& line,
                    const std::string& key, bool directory, std::set<std::string>& used);
     void CheckLinkLine(const toml::table& module, const std::string& moduleKey, unsigned int device, unsigned int port,
@@ -214,18 +243,53 @@ void Checker::CheckPath(const toml::table& module, const std::string& moduleKey,
 void Checker::CheckEthernet(const toml::table& module, const std::string& moduleKey, const toml::source_region& header)
 {
     std::set<std::string> used{"fields", "mandatoryInterfaces"};
-    unsigned int mandatory = 0;
-    if (const toml::node* node = module.get("mandatoryInterfaces"); node != nullptr && node->is_string()) {
-        const auto parsed = ParseModuleNumber(node->as_string()->get());
-        if (!parsed) {
-            Fault(node->source(), moduleKey + ".mandatoryInterfaces",
-                  fmt::format("'{}' is not an unsigned number (decimal, 0x hexadecimal or 0 octal)",
-                              node->as_string()->get()));
-        }
-        mandatory = parsed.value_or(0);
-    }
-
+    const unsigned int mandatory = CheckMandatory(module, moduleKey);
     const std::string tableKey = moduleKey + ".fields.interfaces";
+    const toml::array* lines = FindInterfaceTable(module, moduleKey, header);
+    static const toml::array noLines;
+
+    bool onMachine = true;
+    unsigned int lineNumber = 0;
+    for (const toml::node& lineNode : lines != nullptr ? *lines : noLines) {
+        ++lineNumber;
+        const toml::array* columns = lineNode.as_array();
+        if (columns == nullptr) {
+            continue; // reported when the file was read
+        }
+        const TableLine line{lineNode, *columns, lineNumber, tableKey};
+        if (columns->size() != columnNames.size()) {
+            Fault(lineNode.source(), tableKey,
+                  fmt::format("line {} has {} columns, a line has 7: {}", lineNumber, columns->size(),
+                              Join(columnNames)));
+            continue;
+        }
+        const unsigned int portCount = CheckColumns(line);
+        CheckOnMachine(line, mandatory, onMachine);
+        CheckPortKeys(module, moduleKey, line, portCount, onMachine, used);
+    }
+    WarnUnread(module, moduleKey, used);
+}
+
+// The number of devices whose interfaces must be there; 0 when not given.
+unsigned int Checker::CheckMandatory(const toml::table& module, const std::string& moduleKey)
+{
+    const toml::node* node = module.get("mandatoryInterfaces");
+    if (node == nullptr || !node->is_string()) {
+        return 0;
+    }
+    const auto parsed = ParseModuleNumber(node->as_string()->get());
+    if (!parsed) {
+        Fault(node->source(), moduleKey + ".mandatoryInterfaces",
+              fmt::format("'{}' is not an unsigned number (decimal, 0x hexadecimal or 0 octal)",
+                          node->as_string()->get()));
+    }
+    return parsed.value_or(0);
+}
+
+// The "interfaces" table of "fields"; null, and a fault, when there is none.
+const toml::array* Checker::FindInterfaceTable(const toml::table& module, const std::string& moduleKey,
+                                               const toml::source_region& header)
+{
     const toml::table* fields = module.get_as<toml::table>("fields");
     const toml::array* lines = fields != nullptr ? fields->get_as<toml::array>("interfaces") : nullptr;
     if (fields != nullptr) {
@@ -237,114 +301,112 @@ void Checker::CheckEthernet(const toml::table& module, const std::string& module
         }
     }
     if (lines == nullptr) {
-        Fault(fields != nullptr ? fields->source() : header, tableKey,
+        Fault(fields != nullptr ? fields->source() : header, moduleKey + ".fields.interfaces",
               "missing: the board's devices are described in this table");
     }
-    static const toml::array noLines;
+    return lines;
+}
 
-    bool onMachine = true;
-    unsigned int lineNumber = 0;
-    for (const toml::node& lineNode : lines != nullptr ? *lines : noLines) {
-        ++lineNumber;
-        const toml::array* columns = lineNode.as_array();
-        if (columns == nullptr) {
-            continue; // reported when the file was read
-        }
-        const auto where = [&](std::size_t column) {
-            return column < columns->size() ? (*columns)[column].source() : lineNode.source();
-        };
-        const auto text = [&](std::size_t column) {
-            const toml::node* node = columns->get(column);
-            return node != nullptr && node->is_string() ? node->as_string()->get() : std::string();
-        };
-        const auto fault = [&](std::size_t column, const std::string& what) {
-            Fault(where(column), tableKey,
-                  fmt::format("line {} column {} ({}): {}", lineNumber, column + 1, columnNames[column], what));
-        };
-        if (columns->size() != columnNames.size()) {
-            Fault(lineNode.source(), tableKey,
-                  fmt::format("line {} has {} columns, a line has 7: {}", lineNumber, columns->size(),
-                              Join(columnNames)));
+// The columns of a line of seven, as the module parses them; the number of
+// ports whose keys are read (0 when the count is wrong).
+unsigned int Checker::CheckColumns(const TableLine& line)
+{
+    const auto fault = [&](std::size_t column, const std::string& what) {
+        Fault(line.Where(column), line.tableKey,
+              fmt::format("line {} column {} ({}): {}", line.number, column + 1, columnNames[column], what));
+    };
+    const auto index = ParseModuleNumber(line.Text(0));
+    if (!index) {
+        fault(0, fmt::format("'{}' is not an unsigned number", line.Text(0)));
+    } else if (*index != line.number) {
+        fault(0, fmt::format("is {} but must be the line number, {}", *index, line.number));
+    }
+    const auto ports = ParseModuleNumber(line.Text(3));
+    if (!ports) {
+        fault(3, fmt::format("'{}' is not an unsigned number (decimal, 0x hexadecimal or 0 octal)", line.Text(3)));
+    } else if (*ports > maxPorts) {
+        fault(3, fmt::format("{} is more ports than a device has (at most {})", *ports, maxPorts));
+    }
+    const std::string mode = line.Text(4);
+    if (std::find(portModes.begin(), portModes.end(), mode) == portModes.end()) {
+        fault(4, fmt::format("unknown mode '{}': use one of {}", mode, Join(portModes)));
+    }
+    const std::size_t names = PortNameCount(line.Text(5));
+    if (ports && names != 0 && names != *ports) {
+        fault(5, fmt::format("{} names for {} ports: give one per port, separated by ';', or none", names, *ports));
+    }
+    Zel::Hardware::Nim::NetworkInterfaceType type{};
+    std::istringstream stream(line.Text(6));
+    if (!(stream >> type) ||
+        std::find(interfaceTypes.begin(), interfaceTypes.end(), line.Text(6)) == interfaceTypes.end()) {
+        fault(6, fmt::format("unknown interface type '{}': use one of {}", line.Text(6), Join(interfaceTypes)));
+    }
+    return ports && *ports <= maxPorts ? *ports : 0;
+}
+
+// The module sets up the lines up to the first interface this machine lacks;
+// their port keys are read only then.
+void Checker::CheckOnMachine(const TableLine& line, unsigned int mandatory, bool& onMachine)
+{
+    const std::string interfaceName = line.Text(2);
+    if (!onMachine || std::find(machine.begin(), machine.end(), interfaceName) != machine.end()) {
+        return;
+    }
+    onMachine = false;
+    const std::string what = fmt::format("line {} column 3 (interface name): this machine has no interface '{}'",
+                                         line.number, interfaceName);
+    if (line.number <= mandatory) {
+        Warn(line.Where(2), line.tableKey,
+             what + fmt::format(": set-up fails here (mandatoryInterfaces is {})", mandatory));
+    } else {
+        Warn(line.Where(2), line.tableKey, what + ": the devices end before this line");
+    }
+}
+
+// The path keys each port of the line reads with its mode; a line the
+// module does not set up reads none, and its keys are not warned about.
+void Checker::CheckPortKeys(const toml::table& module, const std::string& moduleKey, const TableLine& line,
+                            unsigned int portCount, bool onMachine, std::set<std::string>& used)
+{
+    const std::string mode = line.Text(4);
+    const unsigned int lineNumber = line.number;
+    for (unsigned int port = 1; port <= portCount; ++port) {
+        const auto key = [&](const char* name) { return fmt::format("path.{}.{}.{}", lineNumber, port, name); };
+        if (!onMachine) {
+            for (const char* name : {"sysFile", "speed", "duplex", "link", "linkLine", "linkChip"}) {
+                used.insert(key(name));
+            }
+            used.insert(fmt::format("path.{}.spi", lineNumber));
             continue;
         }
-        const auto index = ParseModuleNumber(text(0));
-        if (!index) {
-            fault(0, fmt::format("'{}' is not an unsigned number", text(0)));
-        } else if (*index != lineNumber) {
-            fault(0, fmt::format("is {} but must be the line number, {}", *index, lineNumber));
-        }
-        const auto ports = ParseModuleNumber(text(3));
-        if (!ports) {
-            fault(3, fmt::format("'{}' is not an unsigned number (decimal, 0x hexadecimal or 0 octal)", text(3)));
-        } else if (*ports > maxPorts) {
-            fault(3, fmt::format("{} is more ports than a device has (at most {})", *ports, maxPorts));
-        }
-        const std::string mode = text(4);
-        if (std::find(portModes.begin(), portModes.end(), mode) == portModes.end()) {
-            fault(4, fmt::format("unknown mode '{}': use one of {}", mode, Join(portModes)));
-        }
-        const std::size_t names = PortNameCount(text(5));
-        if (ports && names != 0 && names != *ports) {
-            fault(5, fmt::format("{} names for {} ports: give one per port, separated by ';', or none", names, *ports));
-        }
-        {
-            Zel::Hardware::Nim::NetworkInterfaceType type{};
-            std::istringstream stream(text(6));
-            if (!(stream >> type) ||
-                std::find(interfaceTypes.begin(), interfaceTypes.end(), text(6)) == interfaceTypes.end()) {
-                fault(6, fmt::format("unknown interface type '{}': use one of {}", text(6), Join(interfaceTypes)));
+        const auto& region = line.node.source();
+        if (mode == "sysFile") {
+            CheckPath(module, moduleKey, region, key("sysFile"), true, used);
+        } else if (mode == "switchKSZ8794") {
+            CheckPath(module, moduleKey, region, key("speed"), false, used);
+            CheckPath(module, moduleKey, region, key("duplex"), false, used);
+        } else if (mode == "switchKSZ8794spi" || mode == "switchKSZ8863gpio") {
+            if (port == 1) {
+                CheckPath(module, moduleKey, region, fmt::format("path.{}.spi", lineNumber), false, used);
             }
-        }
-
-        // The module sets up the lines up to the first interface this
-        // machine lacks; their port keys are read only then.
-        const std::string interfaceName = text(2);
-        if (onMachine && std::find(machine.begin(), machine.end(), interfaceName) == machine.end()) {
-            onMachine = false;
-            const std::string what =
-                fmt::format("line {} column 3 (interface name): this machine has no interface '{}'", lineNumber,
-                            interfaceName);
-            if (lineNumber <= mandatory) {
-                Warn(where(2), tableKey,
-                     what + fmt::format(": set-up fails here (mandatoryInterfaces is {})", mandatory));
-            } else {
-                Warn(where(2), tableKey, what + ": the devices end before this line");
-            }
-        }
-        const unsigned int portCount = ports && *ports <= maxPorts ? *ports : 0;
-        for (unsigned int port = 1; port <= portCount; ++port) {
-            const auto key = [&](const char* name) { return fmt::format("path.{}.{}.{}", lineNumber, port, name); };
-            if (!onMachine) {
-                for (const char* name : {"sysFile", "speed", "duplex", "link", "linkLine", "linkChip"}) {
-                    used.insert(key(name));
-                }
-                used.insert(fmt::format("path.{}.spi", lineNumber));
-                continue;
-            }
-            const auto& region = lineNode.source();
-            if (mode == "sysFile") {
-                CheckPath(module, moduleKey, region, key("sysFile"), true, used);
-            } else if (mode == "switchKSZ8794") {
-                CheckPath(module, moduleKey, region, key("speed"), false, used);
-                CheckPath(module, moduleKey, region, key("duplex"), false, used);
-            } else if (mode == "switchKSZ8794spi" || mode == "switchKSZ8863gpio") {
-                if (port == 1) {
-                    CheckPath(module, moduleKey, region, fmt::format("path.{}.spi", lineNumber), false, used);
-                }
-                if (mode == "switchKSZ8863gpio" && module.contains(key("linkLine"))) {
-                    CheckLinkLine(module, moduleKey, lineNumber, port, used);
-                } else if (mode == "switchKSZ8863gpio") {
-                    CheckPath(module, moduleKey, region, key("link"), false, used);
-                    if (const toml::node* chip = module.get(key("linkChip"))) {
-                        used.insert(key("linkChip"));
-                        Warn(chip->source(), moduleKey + "." + Quoted(key("linkChip")),
-                             fmt::format("not read without '{}' (the line on this chip)", key("linkLine")));
-                    }
+            if (mode == "switchKSZ8863gpio" && module.contains(key("linkLine"))) {
+                CheckLinkLine(module, moduleKey, lineNumber, port, used);
+            } else if (mode == "switchKSZ8863gpio") {
+                CheckPath(module, moduleKey, region, key("link"), false, used);
+                if (const toml::node* chip = module.get(key("linkChip"))) {
+                    used.insert(key("linkChip"));
+                    Warn(chip->source(), moduleKey + "." + Quoted(key("linkChip")),
+                         fmt::format("not read without '{}' (the line on this chip)", key("linkLine")));
                 }
             }
         }
     }
+}
 
+// The keys no check above read: a port's key the table gives no port for,
+// or a key no module reads at all.
+void Checker::WarnUnread(const toml::table& module, const std::string& moduleKey, const std::set<std::string>& used)
+{
     static const std::regex portKey(R"(path\.[0-9]+\.([0-9]+\.(sysFile|speed|duplex|link|linkLine|linkChip)|spi))");
     for (auto&& [name, node] : module) {
         const std::string key(name.str());

@@ -5,6 +5,7 @@
 #include "text/ExitCode.hpp"
 #include "text/LinkText.hpp"
 #include "watch/NetlinkMonitor.hpp"
+#include "watch/StopSignals.hpp"
 
 #include <Zel/Hardware/Nim/Modules/IEthernetInfoModule.hpp>
 
@@ -17,7 +18,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <ctime>
 #include <iostream>
 #include <map>
@@ -41,55 +41,6 @@ constexpr auto safetyInterval = std::chrono::seconds(10);
 
 const std::string overrunNote =
     "nimhost: watch: link notifications were lost (receive buffer overrun); reading every port again\n";
-
-volatile std::sig_atomic_t stopRequested = 0;
-
-extern "C" void RequestStop(int)
-{
-    stopRequested = 1;
-}
-
-// SIGINT and SIGTERM end the watch between reads, so the modules are still
-// disposed and deleted in order. The two stay blocked except inside ppoll, so
-// a stop can never slip in between the check and the wait. Previous handlers
-// and mask come back afterwards.
-class StopSignals {
-public:
-    StopSignals()
-    {
-        stopRequested = 0;
-        struct sigaction action {};
-        action.sa_handler = RequestStop;
-        sigemptyset(&action.sa_mask);
-        ::sigaction(SIGINT, &action, &previousInt);
-        ::sigaction(SIGTERM, &action, &previousTerm);
-        sigset_t stops;
-        sigemptyset(&stops);
-        sigaddset(&stops, SIGINT);
-        sigaddset(&stops, SIGTERM);
-        ::sigprocmask(SIG_BLOCK, &stops, &previousMask);
-        waitMask = previousMask;
-        sigdelset(&waitMask, SIGINT);
-        sigdelset(&waitMask, SIGTERM);
-    }
-    ~StopSignals()
-    {
-        ::sigprocmask(SIG_SETMASK, &previousMask, nullptr);
-        ::sigaction(SIGINT, &previousInt, nullptr);
-        ::sigaction(SIGTERM, &previousTerm, nullptr);
-    }
-    StopSignals(const StopSignals&) = delete;
-    StopSignals& operator=(const StopSignals&) = delete;
-
-    // The mask to wait with: the stop signals let through.
-    const sigset_t& WaitMask() const { return waitMask; }
-
-private:
-    struct sigaction previousInt {};
-    struct sigaction previousTerm {};
-    sigset_t previousMask{};
-    sigset_t waitMask{};
-};
 
 struct Sample {
     LinkState state;
@@ -211,72 +162,24 @@ public:
             std::cerr << "nimhost: watch: the Ethernet module reports no ports\n";
             return ExitCode::Success;
         }
-        for (const auto& name : BoardInterfaces()) {
-            indexes[name] = static_cast<int>(::if_nametoindex(name.c_str()));
-        }
         const StopSignals signals;
-        for (auto& port : ports) {
-            port.last = Read(port);
-            Print(port, port.last, true, json, out);
-        }
-        WriteMetrics();
-
-        const auto interval = std::chrono::milliseconds(options.intervalMs);
-        const bool anyPolled = std::any_of(ports.begin(), ports.end(), [](const auto& p) { return p.polled; });
-        auto nextPoll = Clock::now() + interval;
-        auto nextSafety = Clock::now() + safetyInterval;
-        while (stopRequested == 0) {
-            auto deadline = nextSafety;
-            if (anyPolled) {
-                deadline = std::min(deadline, nextPoll);
-            }
-            for (const auto& port : ports) {
-                if (port.held) {
-                    deadline = std::min(deadline, port.heldUntil);
-                }
-            }
-            const bool readable = Wait(monitor.Descriptor(), deadline, signals.WaitMask());
-            if (stopRequested != 0) {
+        ReportInitial();
+        while (!StopSignals::Requested()) {
+            const bool readable = Wait(monitor.Descriptor(), NextDeadline(), signals.WaitMask());
+            if (StopSignals::Requested()) {
                 break;
             }
             const auto now = Clock::now();
-            bool changed = false;
-            bool everyPort = false;
-            if (readable) {
-                const LinkMessages messages = monitor.ReadAll();
-                std::set<std::string> touched = Interfaces(messages.events);
-                if (messages.lost) {
-                    std::cerr << overrunNote << std::flush;
-                    everyPort = true;
-                }
-                for (auto& port : ports) {
-                    if (everyPort || std::any_of(port.interfaces.begin(), port.interfaces.end(), [&](const auto& name) {
-                            return touched.count(name) != 0;
-                        })) {
-                        changed = Refresh(port, now) || changed;
-                    }
-                }
-            }
-            if (anyPolled && now >= nextPoll) {
-                for (auto& port : ports) {
-                    if (port.polled) {
-                        changed = Refresh(port, now) || changed;
-                    }
-                }
-                nextPoll = now + interval;
-            }
+            bool changed = readable && RefreshNotified(monitor.ReadAll(), now);
+            changed = RefreshPolled(now) || changed;
             const bool safety = now >= nextSafety;
             if (safety) {
-                for (auto& port : ports) {
-                    changed = Refresh(port, now) || changed;
-                }
+                changed = RefreshWhere([](const WatchedPort&) { return true; }, now) || changed;
                 nextSafety = now + safetyInterval;
             }
-            for (auto& port : ports) {
-                if (port.held && now >= port.heldUntil) {
-                    changed = Refresh(port, now) || changed;
-                }
-            }
+            changed =
+                RefreshWhere([now](const WatchedPort& port) { return port.held && now >= port.heldUntil; }, now) ||
+                changed;
             if (options.count != 0 && reported >= options.count) {
                 WriteMetrics();
                 return ExitCode::Success;
@@ -289,6 +192,74 @@ public:
     }
 
 private:
+    // Every port's first answer, printed and in the metrics file.
+    void ReportInitial()
+    {
+        for (auto& port : ports) {
+            port.last = Read(port);
+            Print(port, port.last, true, json, out);
+        }
+        WriteMetrics();
+        nextPoll = Clock::now() + interval;
+        nextSafety = Clock::now() + safetyInterval;
+    }
+
+    // The next poll, safety read or end of a held-back link-down.
+    Clock::time_point NextDeadline() const
+    {
+        auto deadline = nextSafety;
+        if (anyPolled) {
+            deadline = std::min(deadline, nextPoll);
+        }
+        for (const auto& port : ports) {
+            if (port.held) {
+                deadline = std::min(deadline, port.heldUntil);
+            }
+        }
+        return deadline;
+    }
+
+    // Reads the ports the notifications concern, every port when some were
+    // lost; true when a change was reported.
+    bool RefreshNotified(const LinkMessages& messages, Clock::time_point now)
+    {
+        const std::set<std::string> touched = Interfaces(messages.events);
+        if (messages.lost) {
+            std::cerr << overrunNote << std::flush;
+        }
+        return RefreshWhere(
+            [&](const WatchedPort& port) {
+                return messages.lost ||
+                    std::any_of(port.interfaces.begin(), port.interfaces.end(),
+                                [&](const auto& name) { return touched.count(name) != 0; });
+            },
+            now);
+    }
+
+    // Reads the ports no notification announces, once their interval is up.
+    bool RefreshPolled(Clock::time_point now)
+    {
+        if (!anyPolled || now < nextPoll) {
+            return false;
+        }
+        nextPoll = now + interval;
+        return RefreshWhere([](const WatchedPort& port) { return port.polled; }, now);
+    }
+
+    // Refreshes every port `chosen` picks, in board order; true when one
+    // reported a change.
+    template <typename Choice>
+    bool RefreshWhere(Choice chosen, Clock::time_point now)
+    {
+        bool changed = false;
+        for (auto& port : ports) {
+            if (chosen(port)) {
+                changed = Refresh(port, now) || changed;
+            }
+        }
+        return changed;
+    }
+
     // The ports and what triggers a read of each; false when there are none.
     bool Describe()
     {
@@ -314,6 +285,10 @@ private:
                 ports.push_back(std::move(watched));
             }
         }
+        for (const auto& name : BoardInterfaces()) {
+            indexes[name] = static_cast<int>(::if_nametoindex(name.c_str()));
+        }
+        anyPolled = std::any_of(ports.begin(), ports.end(), [](const auto& p) { return p.polled; });
         return !ports.empty();
     }
 
@@ -460,6 +435,10 @@ private:
     std::map<std::string, int> indexes;
     unsigned int reported = 0;
     bool metricsWritten = false;
+    const std::chrono::milliseconds interval{options.intervalMs};
+    bool anyPolled = false;
+    Clock::time_point nextPoll;
+    Clock::time_point nextSafety;
     const double startSeconds =
         std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
 };
