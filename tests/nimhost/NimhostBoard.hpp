@@ -48,6 +48,14 @@ inline std::string Fill(std::string text, const std::string& placeholder, const 
     return text;
 }
 
+// Every one of `lines` is a whole line of `text`.
+inline void ExpectLines(const std::string& text, const std::vector<std::string>& lines)
+{
+    for (const auto& line : lines) {
+        EXPECT_NE(("\n" + text).find("\n" + line + "\n"), std::string::npos) << line << "\n" << text;
+    }
+}
+
 inline std::string Operstate(const std::string& name)
 {
     const std::string state = ReadFile("/sys/class/net/" + name + "/operstate");

@@ -2,9 +2,7 @@
 // no interface and no /etc/network is touched.
 #include "NimhostBoard.hpp"
 
-#include <string>
 #include <tuple>
-#include <vector>
 
 namespace Zel::Test {
 namespace {

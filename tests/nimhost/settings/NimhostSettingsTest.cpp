@@ -4,9 +4,6 @@
 #include "NimhostBoard.hpp"
 
 #include <algorithm>
-#include <filesystem>
-#include <string>
-#include <vector>
 
 namespace Zel::Test {
 namespace {
@@ -32,22 +29,19 @@ TEST(NimhostSettingsFile, EveryFaultIsExitTwoNamingFileLineColumnAndKey)
     }
 }
 
-json SettingsJson(const std::string& path)
-{
-    return Parse(RunNimhost({"--config", path, "settings", "--json"}));
-}
-
 TEST(NimhostSettingsFile, ValuesReachTheModulesExactlyAsWrittenAndSurviveARoundTrip)
 {
     const Case c = Cases("settings/cases/round-trip.cases").front();
     ScratchDirectory directory;
     const std::string original = directory.Write("board.toml", c["board.toml"]);
-    const json first = SettingsJson(original);
+    const json first = Parse(RunNimhost({"--config", original, "settings", "--json"}));
     EXPECT_EQ(first, json::parse(c["json"]));
 
     // `settings` prints a file that reads back to the same settings.
     const auto printed = RunNimhost({"--config", original, "settings"});
-    EXPECT_EQ(SettingsJson(directory.Write("printed.toml", printed.out)), first) << printed.out;
+    EXPECT_EQ(Parse(RunNimhost({"--config", directory.Write("printed.toml", printed.out), "settings", "--json"})),
+              first)
+        << printed.out;
 }
 
 std::string Mac(const std::string& name)
