@@ -11,6 +11,9 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <optional>
 #include <sstream>
 
 namespace Zel::Tools::Nimhost {
@@ -61,6 +64,47 @@ std::string Quote(std::string_view text)
     }
     quoted += '"';
     return quoted;
+}
+
+// Where the first character beyond ASCII outside a text or a comment is, as
+// "line:column". TOML allows none there, but the TOML reader nimhost is built
+// with (toml++ 3.3) does not refuse some of them (U+00A1 to U+0499, for one):
+// it runs into undefined behaviour, so they must not reach it.
+std::optional<std::string> FindNonAsciiOutsideTexts(const std::string& text)
+{
+    char quote = 0; // the open text's quote
+    bool multiLine = false;
+    bool comment = false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        const bool opensOrCloses = quote != 0 ? c == quote : c == '"' || c == '\'';
+        const bool tripled = opensOrCloses && text.compare(i, 3, std::string(3, c)) == 0;
+        if (c == '\n') {
+            comment = false;
+            quote = multiLine ? quote : 0;
+        } else if (comment || (quote != 0 && !opensOrCloses)) {
+            i += quote == '"' && c == '\\' ? 1 : 0; // an escaped character cannot close the text
+        } else if (quote != 0 && (!multiLine || tripled)) {
+            // A multi-line text may end in up to two more quotes of its own.
+            for (std::size_t more = 0; multiLine && more < 4 && i + 1 < text.size() && text[i + 1] == quote; ++more) {
+                ++i;
+            }
+            quote = 0;
+        } else if (quote == 0 && (c == '#' || opensOrCloses)) {
+            comment = c == '#';
+            quote = comment ? 0 : c;
+            multiLine = tripled;
+            i += tripled ? 2 : 0;
+        } else if (quote == 0 && static_cast<unsigned char>(c) >= 0x80U) {
+            const auto begin = text.begin() + static_cast<std::ptrdiff_t>(text.rfind('\n', i) + 1);
+            const auto end = text.begin() + static_cast<std::ptrdiff_t>(i) + 1;
+            // Columns count characters (not UTF-8's continuation bytes), as the TOML reader's do.
+            const auto column =
+                std::count_if(begin, end, [](char b) { return (static_cast<unsigned char>(b) & 0xC0U) != 0x80U; });
+            return fmt::format("{}:{}", std::count(text.begin(), begin, '\n') + 1, column);
+        }
+    }
+    return std::nullopt;
 }
 
 std::string KeyText(std::string_view key)
@@ -174,6 +218,12 @@ HostSettings HostSettings::LoadFile(const std::string& path)
     }
     if (std::filesystem::is_directory(path, error)) {
         throw UsageError(fmt::format("--config {}: is a directory; name a settings file (TOML)", path));
+    }
+    std::ifstream file(path, std::ios::binary);
+    const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    if (const auto where = FindNonAsciiOutsideTexts(text)) {
+        throw UsageError(
+            fmt::format("{}:{}: a character beyond ASCII belongs in a text (in quotes) or a comment", path, *where));
     }
     toml::table root;
     try {
