@@ -6,6 +6,8 @@
 // ifupdown's own reader, ifquery (scripts/fetch-ifupdown.sh unpacks it).
 #include "NimhostBoard.hpp"
 
+#include <fmt/ranges.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <map>
@@ -185,11 +187,7 @@ std::string GenerateFile(std::mt19937& random)
     if (pick(2) == 0) {
         std::shuffle(stanzas.begin(), stanzas.end(), random);
     }
-    std::string file;
-    for (const auto& stanza : stanzas) {
-        file += stanza;
-    }
-    return file;
+    return fmt::format("{}", fmt::join(stanzas, ""));
 }
 
 std::string Host(const std::string& address)

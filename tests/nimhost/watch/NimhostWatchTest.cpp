@@ -20,11 +20,7 @@ namespace {
 // The complete lines of a text.
 std::vector<std::string> Split(const std::string& text)
 {
-    std::vector<std::string> lines;
-    for (std::size_t begin = 0, end = 0; (end = text.find('\n', begin)) != std::string::npos; begin = end + 1) {
-        lines.push_back(text.substr(begin, end - begin));
-    }
-    return lines;
+    return Case{"", {{"out", text.substr(0, text.rfind('\n') + 1)}}}.Lines("out");
 }
 
 class NimhostWatch : public NimhostSandbox {
@@ -253,8 +249,8 @@ TEST_F(NimhostGpio, SettingsCheckAndABusyLine)
 
 using Zel::Tools::Nimhost::LinkEvent;
 using Zel::Tools::Nimhost::LinkMessages;
-using Zel::Tools::Nimhost::ParseLinkMessages;
 using Zel::Tools::Nimhost::LogDigest;
+using Zel::Tools::Nimhost::ParseLinkMessages;
 
 // The datagrams are written in hex; each parsed event is one line "kind
 // index name flags", and "lost" follows when the batch is not to be trusted.
