@@ -10,6 +10,8 @@
 #include <toml++/toml.h>
 
 #include <algorithm>
+#include <cctype>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -32,76 +34,104 @@ bool IsBareKey(std::string_view key)
     });
 }
 
-// A TOML basic string holding `text` exactly.
-std::string Quote(std::string_view text)
+// "line:column: " of the character at `index`; columns count characters (not
+// UTF-8's continuation bytes), as the TOML reader's do.
+std::string Position(const std::string& text, std::size_t index)
 {
-    std::string quoted = "\"";
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        switch (c) {
-        case '"':
-            quoted += "\\\"";
-            break;
-        case '\\':
-            quoted += "\\\\";
-            break;
-        case '\n':
-            quoted += "\\n";
-            break;
-        case '\t':
-            quoted += "\\t";
-            break;
-        case '\r':
-            quoted += "\\r";
-            break;
-        default:
-            if (byte < 0x20U || byte == 0x7FU) {
-                quoted += fmt::format("\\u{:04X}", static_cast<unsigned int>(byte));
-            } else {
-                quoted += c;
-            }
-        }
-    }
-    quoted += '"';
-    return quoted;
+    const std::size_t lineBreak = index == 0 ? std::string::npos : text.rfind('\n', index - 1);
+    const auto begin = text.begin() + static_cast<std::ptrdiff_t>(lineBreak + 1);
+    const auto end = text.begin() + static_cast<std::ptrdiff_t>(index) + 1;
+    const auto column =
+        std::count_if(begin, end, [](char b) { return (static_cast<unsigned char>(b) & 0xC0U) != 0x80U; });
+    return fmt::format("{}:{}: ", std::count(text.begin(), begin, '\n') + 1, column);
 }
 
-// Where the first character beyond ASCII outside a text or a comment is, as
-// "line:column". TOML allows none there, but the TOML reader nimhost is built
-// with (toml++ 3.3) does not refuse some of them (U+00A1 to U+0499, for one):
-// it runs into undefined behaviour, so they must not reach it.
-std::optional<std::string> FindNonAsciiOutsideTexts(const std::string& text)
+// The first of the faults that must not reach the TOML reader, with its
+// position. A character beyond ASCII outside a text or a comment: TOML allows
+// none there, but the TOML reader nimhost is built with
+// (toml++ 3.3) does not refuse some of them (U+00A1 to U+0499, for one): it
+// runs into undefined behaviour, so they must not reach it. As that reader
+// scans an unquoted value up to its end (blank, ',', ']', '}', '#') before it
+// looks at it, a quote inside one (0'x') opens no text here either. And what
+// the reader takes for granted: a name after a table's '[', no '}' where an
+// array's value belongs.
+std::optional<std::string> FindUnreadableText(const std::string& text)
 {
     char quote = 0; // the open text's quote
     bool multiLine = false;
     bool comment = false;
+    bool bare = false; // in an unquoted key or value
+    bool bareValue = false; // ... a value, which '=' and '.' do not end
+    char last = '\n'; // the last of = [ ] { } , . and line breaks, or a bare word's start
+    unsigned int arrays = 0;
+    const auto oneOf = [](const char* set, char c) { return c != '\0' && std::strchr(set, c) != nullptr; };
+    const std::string beyondAscii = "a character beyond ASCII belongs in a text (in quotes) or a comment";
     for (std::size_t i = 0; i < text.size(); ++i) {
         const char c = text[i];
-        const bool opensOrCloses = quote != 0 ? c == quote : c == '"' || c == '\'';
-        const bool tripled = opensOrCloses && text.compare(i, 3, std::string(3, c)) == 0;
+        const bool tripled = text.compare(i, 3, std::string(3, c)) == 0;
         if (c == '\n') {
-            comment = false;
+            comment = bare = false;
             quote = multiLine ? quote : 0;
-        } else if (comment || (quote != 0 && !opensOrCloses)) {
-            i += quote == '"' && c == '\\' ? 1 : 0; // an escaped character cannot close the text
-        } else if (quote != 0 && (!multiLine || tripled)) {
-            // A multi-line text may end in up to two more quotes of its own.
-            for (std::size_t more = 0; multiLine && more < 4 && i + 1 < text.size() && text[i + 1] == quote; ++more) {
-                ++i;
+            last = arrays > 0 ? last : c; // an array goes on over lines
+            continue;
+        }
+        if (comment) {
+            continue;
+        }
+        if (quote != 0) {
+            if (c == '\\' && quote == '"') {
+                // The reader asks whether the escaped character is blank; after a
+                // line-ending backslash, whether each character that follows is.
+                std::size_t next = i + 1;
+                while (multiLine && next < text.size() && oneOf(" \t\r\n", text[next])) {
+                    ++next;
+                }
+                if (next < text.size() && static_cast<unsigned char>(text[next]) >= 0x80U) {
+                    return Position(text, next) + beyondAscii;
+                }
+                i = next > i + 1 ? next - 1 : i + 1; // an escaped character cannot close the text
+            } else if (c == quote && (!multiLine || tripled)) {
+                // A multi-line text may end in up to two more quotes of its own.
+                for (int more = 0; multiLine && more < 4 && i + 1 < text.size() && text[i + 1] == c; ++more) {
+                    ++i;
+                }
+                quote = 0;
             }
-            quote = 0;
-        } else if (quote == 0 && (c == '#' || opensOrCloses)) {
-            comment = c == '#';
-            quote = comment ? 0 : c;
+            continue;
+        }
+        const bool ends = oneOf(" \t\r,]}#", c) || (!bareValue && (c == '=' || c == '.'));
+        if (static_cast<unsigned char>(c) >= 0x80U) {
+            return Position(text, i) + beyondAscii;
+        }
+        if (bare && !ends) {
+            continue;
+        }
+        bare = false;
+        if (c == '#') {
+            comment = true;
+        } else if (c == '"' || c == '\'') {
+            quote = c;
             multiLine = tripled;
             i += tripled ? 2 : 0;
-        } else if (quote == 0 && static_cast<unsigned char>(c) >= 0x80U) {
-            const auto begin = text.begin() + static_cast<std::ptrdiff_t>(text.rfind('\n', i) + 1);
-            const auto end = text.begin() + static_cast<std::ptrdiff_t>(i) + 1;
-            // Columns count characters (not UTF-8's continuation bytes), as the TOML reader's do.
-            const auto column =
-                std::count_if(begin, end, [](char b) { return (static_cast<unsigned char>(b) & 0xC0U) != 0x80U; });
-            return fmt::format("{}:{}", std::count(text.begin(), begin, '\n') + 1, column);
+        } else if (c == '[' && arrays == 0 && last == '\n') {
+            i += text.compare(i + 1, 1, "[") == 0 ? 1U : 0U; // an array of tables' "[["
+            const std::size_t name = std::min(text.find_first_not_of(" \t", i + 1), text.size());
+            if (name < text.size() && std::isalnum(static_cast<unsigned char>(text[name])) == 0 &&
+                !oneOf("_-\"']", text[name])) {
+                return Position(text, name) + "a table's name (a word or a text in quotes) must follow '['";
+            }
+            last = c;
+        } else if (c == '}' && arrays > 0 && (last == '[' || last == ',')) {
+            return Position(text, i) + "a value belongs here, not '}'";
+        } else if (oneOf("=[]{},.", c)) {
+            // An array opens after '=', or anywhere in an array.
+            arrays += c == '[' && (arrays > 0 || last == '=') ? 1U : 0U;
+            arrays -= c == ']' && arrays > 0 ? 1U : 0U;
+            last = c;
+        } else if (!oneOf(" \t\r", c)) {
+            bare = true;
+            bareValue = arrays > 0 || last == '=';
+            last = c;
         }
     }
     return std::nullopt;
@@ -109,7 +139,7 @@ std::optional<std::string> FindNonAsciiOutsideTexts(const std::string& text)
 
 std::string KeyText(std::string_view key)
 {
-    return IsBareKey(key) ? std::string(key) : Quote(key);
+    return IsBareKey(key) ? std::string(key) : TomlQuoted(key);
 }
 
 // Reports a fault at a node of the file: "file:line:column: key 'k': text".
@@ -203,6 +233,39 @@ ModuleSettings ReadModule(const std::string& moduleKey, const toml::table& table
 
 } // namespace
 
+std::string TomlQuoted(std::string_view text)
+{
+    std::string quoted = "\"";
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        switch (c) {
+        case '"':
+            quoted += "\\\"";
+            break;
+        case '\\':
+            quoted += "\\\\";
+            break;
+        case '\n':
+            quoted += "\\n";
+            break;
+        case '\t':
+            quoted += "\\t";
+            break;
+        case '\r':
+            quoted += "\\r";
+            break;
+        default:
+            if (byte < 0x20U || byte == 0x7FU) {
+                quoted += fmt::format("\\u{:04X}", static_cast<unsigned int>(byte));
+            } else {
+                quoted += c;
+            }
+        }
+    }
+    quoted += '"';
+    return quoted;
+}
+
 BasicString EthernetInfoModuleName()
 {
     return Zel::Hardware::Commons::Modules::GetModuleNameOf<Zel::Hardware::Nim::Modules::IEthernetInfoModule>();
@@ -221,9 +284,8 @@ HostSettings HostSettings::LoadFile(const std::string& path)
     }
     std::ifstream file(path, std::ios::binary);
     const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    if (const auto where = FindNonAsciiOutsideTexts(text)) {
-        throw UsageError(
-            fmt::format("{}:{}: a character beyond ASCII belongs in a text (in quotes) or a comment", path, *where));
+    if (const auto fault = FindUnreadableText(text)) {
+        throw UsageError(path + ":" + *fault);
     }
     toml::table root;
     try {
@@ -335,7 +397,7 @@ std::string HostSettings::ToToml() const
         const std::string header = KeyText(name);
         text += fmt::format("[{}]\n", header);
         for (const auto& [key, value] : settings.GetSettings()) {
-            text += fmt::format("{} = {}\n", KeyText(key), Quote(value));
+            text += fmt::format("{} = {}\n", KeyText(key), TomlQuoted(value));
         }
         if (settings.GetSettingFields().empty()) {
             continue;
@@ -346,7 +408,7 @@ std::string HostSettings::ToToml() const
             for (unsigned int line = 1; line <= field.GetLineCount(); ++line) {
                 std::string columns;
                 for (unsigned int column = 1; column <= field.GetColumnCount(line); ++column) {
-                    columns += (column > 1 ? ", " : "") + Quote(field.GetSetting(line, column));
+                    columns += (column > 1 ? ", " : "") + TomlQuoted(field.GetSetting(line, column));
                 }
                 text += fmt::format("  [{}],\n", columns);
             }

@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Zel::Tools::Nimhost {
@@ -89,5 +90,8 @@ private:
 // The registration name of the Ethernet information module, whose settings
 // describe the devices.
 BasicString EthernetInfoModuleName();
+
+// A TOML basic string holding `text` exactly (\" \\ \n and \uXXXX escapes).
+std::string TomlQuoted(std::string_view text);
 
 } // namespace Zel::Tools::Nimhost

@@ -38,9 +38,10 @@ const std::vector<std::string> interfaceTypes{"Ethernet", "Fieldbus", "Service",
 const std::vector<std::string> columnNames{"device index", "public name", "interface name", "port count",
                                            "port mode",    "port names",  "interface type"};
 
+// Keys in quotes, escaped, so that a problem stays on its line.
 std::string Quoted(const std::string& key)
 {
-    return "\"" + key + "\"";
+    return TomlQuoted(key);
 }
 
 std::string Join(const std::vector<std::string>& words)
