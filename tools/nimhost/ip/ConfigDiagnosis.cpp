@@ -2,6 +2,8 @@
 
 #include "ip/WriteFailure.hpp"
 
+#include <string_view>
+
 namespace Zel::Tools::Nimhost {
 
 namespace {
@@ -16,6 +18,13 @@ nlohmann::ordered_json OrNull(const std::string& text)
 std::string FileKey(const std::string& field)
 {
     return field == "dns" ? "dns-nameservers" : field == "mode" ? "inet" : field;
+}
+
+bool IsNotSet(const std::string& errorType, const std::string& errorMessage)
+{
+    constexpr std::string_view notFound = "ReadValueFromInterface() returned 1";
+    return errorType.find("InvalidOperationException") != std::string::npos && errorMessage.size() >= notFound.size() &&
+        errorMessage.compare(errorMessage.size() - notFound.size(), notFound.size(), notFound) == 0;
 }
 
 std::optional<std::string> ReadInterfacesFile()

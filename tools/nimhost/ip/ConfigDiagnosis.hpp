@@ -21,6 +21,11 @@ namespace Zel::Tools::Nimhost {
 // mode: "inet").
 std::string FileKey(const std::string& field);
 
+// Whether a configured-value getter's failure means only that the file holds
+// no such value (no file, no iface block, no key): the module then throws
+// with result code 1.
+bool IsNotSet(const std::string& errorType, const std::string& errorMessage);
+
 // The interfaces file's content; empty when it cannot be read.
 std::optional<std::string> ReadInterfacesFile();
 

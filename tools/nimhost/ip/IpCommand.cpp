@@ -5,7 +5,6 @@
 #include "ip/LineDiff.hpp"
 #include "ip/TrialWrite.hpp"
 #include "ip/WriteFailure.hpp"
-#include "report/DeviceReport.hpp"
 #include "text/ExceptionText.hpp"
 #include "text/ExitCode.hpp"
 #include "text/Failure.hpp"

@@ -1,5 +1,6 @@
 #include "report/DeviceReport.hpp"
 
+#include "ip/ConfigDiagnosis.hpp"
 #include "ip/ValueCheck.hpp"
 
 #include <Zel/Hardware/Nim/Modules/IIpConfigModule.hpp>
@@ -85,13 +86,6 @@ DeviceReport CollectDevice(const PluginHost& host, const IEthernetInfoModule& et
     report.nameServers = Configured([&] { return host.Get<IIpConfigModule>().GetDnsNameservers(device); });
     report.method = Configured([&] { return host.Get<IIpConfigModule>().GetIpAssignMode(device); });
     return report;
-}
-
-bool IsNotSet(const std::string& errorType, const std::string& errorMessage)
-{
-    constexpr std::string_view notFound = "ReadValueFromInterface() returned 1";
-    return errorType.find("InvalidOperationException") != std::string::npos && errorMessage.size() >= notFound.size() &&
-        errorMessage.compare(errorMessage.size() - notFound.size(), notFound.size(), notFound) == 0;
 }
 
 namespace {

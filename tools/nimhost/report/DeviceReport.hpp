@@ -56,11 +56,6 @@ struct DeviceReport {
 DeviceReport CollectDevice(const PluginHost& host, const Zel::Hardware::Nim::Modules::IEthernetInfoModule& ethernet,
                            const HostSettings& settings, unsigned int device, LogDigest* quiet = nullptr);
 
-// Whether a configured-value getter's failure means only that the file holds
-// no such value (no file, no iface block, no key): the module then throws
-// with result code 1.
-bool IsNotSet(const std::string& errorType, const std::string& errorMessage);
-
 // Whether a configured value differs from the live one; empty when either
 // side could not be read, since then there is nothing to compare. The
 // netmask is the configured one, else the prefix of a configured
