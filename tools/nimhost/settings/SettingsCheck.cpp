@@ -1,6 +1,7 @@
 #include "settings/SettingsCheck.hpp"
 
 #include "settings/HostSettings.hpp"
+#include "text/PrintableText.hpp"
 #include "text/UsageError.hpp"
 
 #include "Modules/Commons/Linux/GpioChip.hpp"
@@ -108,13 +109,17 @@ class Checker {
 public:
     Checker(const std::string& path, const std::vector<std::string>& machine) : path(path), machine(machine) {}
 
+    // A value from the file that the text quotes keeps its control
+    // characters escaped, so that every problem stays on its line.
     void Fault(const toml::source_region& where, const std::string& key, const std::string& text)
     {
-        faults.push_back(Where(where, key) + text);
+        bool hadControl = false;
+        faults.push_back(Where(where, key) + Printable(text, hadControl));
     }
     void Warn(const toml::source_region& where, const std::string& key, const std::string& text)
     {
-        warnings.push_back(Where(where, key) + text);
+        bool hadControl = false;
+        warnings.push_back(Where(where, key) + Printable(text, hadControl));
     }
 
     void CheckEthernet(const toml::table& module, const std::string& moduleKey, const toml::source_region& header);
