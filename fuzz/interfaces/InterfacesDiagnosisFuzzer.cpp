@@ -20,12 +20,12 @@
 // up to two included files, separated by NUL bytes.
 #include "fuzz/support/FuzzSupport.hpp"
 
-#include "EditCheck.hpp"
-#include "InterfacesText.hpp"
-#include "LineDiff.hpp"
 #include "Modules/Commons/Linux/IpConfigFileAccess.hpp"
-#include "SourcedStanza.hpp"
-#include "ValueOrigin.hpp"
+#include "ip/EditCheck.hpp"
+#include "ip/InterfacesText.hpp"
+#include "ip/LineDiff.hpp"
+#include "ip/SourcedStanza.hpp"
+#include "ip/ValueOrigin.hpp"
 
 #include <fnmatch.h>
 

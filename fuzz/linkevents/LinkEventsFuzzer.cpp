@@ -13,7 +13,7 @@
 //     message is never reported.
 #include "fuzz/support/FuzzSupport.hpp"
 
-#include "LinkEvents.hpp"
+#include "watch/LinkEvents.hpp"
 
 #include <fmt/format.h>
 
