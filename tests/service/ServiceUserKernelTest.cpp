@@ -19,10 +19,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// The unit's User=, Group=, CapabilityBoundingSet= and NoNewPrivileges=, with
-// ids no account has (the kernel checks numbers; the cases' nodes have it).
-const std::string asService =
-    "setpriv --reuid=64123 --regid=64123 --clear-groups --bounding-set=-all --inh-caps=-all --no-new-privs ";
+const std::string& asService = ServiceCredentials;
 
 std::string TextOf(const std::string& path)
 {

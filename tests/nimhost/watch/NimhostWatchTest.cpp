@@ -247,6 +247,23 @@ TEST_F(NimhostGpio, SettingsCheckAndABusyLine)
     }
 }
 
+// With the metrics service's credentials, the chip node as the package's udev
+// rule leaves it (the service's group, 0640) and the other chips root's own,
+// the lines read as root reads them: a line request needs only a descriptor
+// opened for reading, and the search by name passes chips it cannot open.
+TEST_F(NimhostGpio, TheServiceUserReadsTheLinesOnTheUdevRulesModes)
+{
+    ASSERT_EQ(Zel::Test::Run(fmt::format("chmod 755 {0} && chgrp 64123 {1} {2} && chmod 640 {1} && chmod 660 {2}",
+                                         directory.Path(""), sim->DevicePath(), spi)),
+              0);
+    const auto root = RunNimhost({"--config", settings, "report"});
+    const auto service = RunNimhost({"--config", settings, "report"}, ServiceCredentials);
+    EXPECT_EQ(service.exitCode, 0) << service.err;
+    EXPECT_EQ(service.err, "");
+    EXPECT_EQ(service.out, root.out);
+    ExpectLines(service.out, {cases.at(0).Lines("lines").at(0), cases.at(0).Lines("lines").at(1)});
+}
+
 // ---- the parser and the log digest on their own ----
 
 using Zel::Tools::Nimhost::LinkEvent;
