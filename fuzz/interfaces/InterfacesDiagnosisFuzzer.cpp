@@ -133,9 +133,7 @@ void CheckDiff(const std::vector<std::string>& before, const std::vector<std::st
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
     file = Zel::Fuzz::SetUp("interfaces");
-    fileAccess = std::make_unique<IpConfigFileAccess>(std::vector<BasicString>{"address", "netmask", "gateway",
-                                                                               "dns-nameservers"},
-                                                      BasicString(file));
+    fileAccess = Zel::Fuzz::InterfacesFileAccess(file);
     return 0;
 }
 

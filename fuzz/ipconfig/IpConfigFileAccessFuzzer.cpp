@@ -62,9 +62,7 @@ const char* const fixedInterfaces[] = {"eth0", "eth1", "eth10", "lo"};
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
     file = Zel::Fuzz::SetUp("interfaces");
-    fileAccess = std::make_unique<IpConfigFileAccess>(std::vector<BasicString>{"address", "netmask", "gateway",
-                                                                               "dns-nameservers"},
-                                                      BasicString(file));
+    fileAccess = Zel::Fuzz::InterfacesFileAccess(file);
     return 0;
 }
 

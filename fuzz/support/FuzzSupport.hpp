@@ -3,6 +3,7 @@
 // checks that abort, and the input cut into fields.
 #pragma once
 
+#include "Modules/Commons/Linux/IpConfigFileAccess.hpp"
 #include "tests/support/ScratchDirectory.hpp"
 
 #include <Zel/System/Commons/AppDomain.hpp>
@@ -17,6 +18,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <unistd.h>
 
@@ -62,6 +64,16 @@ inline std::string SetUp(const char* fileName)
 {
     SetUpLogging();
     return TemporaryDirectory("zel-ip-fuzz").Path(fileName);
+}
+
+// The IP configuration's file access on `file`, with the four keys the
+// module reads and writes.
+inline std::unique_ptr<Zel::Hardware::Modules::Commons::Linux::IpConfigFileAccess>
+InterfacesFileAccess(const std::string& file)
+{
+    using Zel::System::Commons::BasicString;
+    return std::make_unique<Zel::Hardware::Modules::Commons::Linux::IpConfigFileAccess>(
+        std::vector<BasicString>{"address", "netmask", "gateway", "dns-nameservers"}, BasicString(file));
 }
 
 class Input {
